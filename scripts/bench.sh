@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Builds the benchmarks as what ships is built, runs them beside their peers, and shows medians and
+# ratios with the bars that the project holds itself to. Arguments go to the benchmark programs
+# (--benchmark_filter=...). Exit status 1 if a bar is missed: on a busy machine run it again.
+
+# shellcheck source=scripts/lib.sh
+source "$(dirname "$0")/lib.sh"
+
+need "${build_tools[@]}" benchmark/benchmark.h:libbenchmark-dev spdlog/spdlog.h:libspdlog-dev \
+    python3:python3
+cmake --preset release -B build/bench -DZORN_TESTS=OFF -DZORN_BENCH=ON
+cmake --build build/bench
+
+for program in build/bench/bin/*_bench; do
+    "$program" --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true \
+        --benchmark_min_time=0.1 --benchmark_report_aggregates_only=true \
+        --benchmark_out="$program.json" --benchmark_out_format=json "$@" >/dev/null
+done
+python3 bench/compare.py build/bench/bin/*_bench.json
+python3 bench/daemon.py build/bench/bin/zorn build/bench/lib

@@ -1,0 +1,4 @@
+extern "C" int SomethingElse();
+int SomethingElse() {
+    return 1;
+}

@@ -1,0 +1,7 @@
+#include "modules/healthy.h"
+
+const ZornModule* ZornModuleEntry() {
+    static constexpr ZornModule module{kZornModuleVersion, "", HealthyStart, HealthyStop,
+                                       HealthyNotify};
+    return &module;
+}

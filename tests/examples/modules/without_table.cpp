@@ -1,0 +1,5 @@
+#include "modules/healthy.h"
+
+const ZornModule* ZornModuleEntry() {
+    return nullptr;
+}

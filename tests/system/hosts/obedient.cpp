@@ -1,0 +1,3 @@
+#include "tracing_host.h"
+
+EXPORT_HOST(TracingHost)

@@ -1,0 +1,130 @@
+#include "trace/recursive_lock.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <thread>
+
+#include "support/libc_fault.h"
+
+namespace {
+
+/// Whether another thread finds the lock free: it must not have to wait for it.
+bool IsFree(CRecursiveLock& lock) {
+    bool free = false;
+    std::thread{[&] {
+        auto* mutex = reinterpret_cast<pthread_mutex_t*>(&lock);  // its first field
+        free = pthread_mutex_trylock(mutex) == 0;
+        if (free) pthread_mutex_unlock(mutex);
+    }}.join();
+    return free;
+}
+
+TEST(CRecursiveLock, IsFreeAfterAsManyUnlocksAsLocks) {
+    CRecursiveLock lock;
+    EXPECT_TRUE(IsFree(lock));
+    lock.Lock();
+    lock.Lock();
+    EXPECT_FALSE(IsFree(lock));
+    lock.Unlock();
+    EXPECT_FALSE(IsFree(lock));
+    lock.Unlock();
+    EXPECT_TRUE(IsFree(lock));
+}
+
+TEST(CRecursiveLock, IgnoresAnUnlockOfAThreadThatDoesNotHoldIt) {
+    CRecursiveLock lock;
+    lock.Unlock();
+    EXPECT_TRUE(IsFree(lock));
+    lock.Lock();
+    std::thread{[&] { lock.Unlock(); }}.join();
+    EXPECT_FALSE(IsFree(lock));
+    lock.Unlock();
+    EXPECT_TRUE(IsFree(lock));
+}
+
+TEST(CRecursiveLock, IsFreeAfterAForcedUnlockWhateverItsDepth) {
+    CRecursiveLock lock;
+    for (int i = 0; i < 5; ++i) lock.Lock();
+    lock.ForceUnlock();
+    EXPECT_TRUE(IsFree(lock));
+    lock.Unlock();  // what outer frames still do
+    EXPECT_TRUE(IsFree(lock));
+    lock.Lock();
+    EXPECT_FALSE(IsFree(lock));
+    lock.Unlock();
+    EXPECT_TRUE(IsFree(lock));
+}
+
+TEST(CRecursiveLock, DoesNothingInZeroedStorageBeforeItsConstructor) {
+    alignas(CRecursiveLock) unsigned char storage[sizeof(CRecursiveLock)] = {};
+    auto* lock = std::launder(reinterpret_cast<CRecursiveLock*>(storage));
+    lock->Lock();
+    lock->Unlock();
+    lock->ForceUnlock();
+    lock->~CRecursiveLock();
+    const unsigned char zeros[sizeof storage] = {};
+    EXPECT_EQ(memcmp(storage, zeros, sizeof storage), 0);
+}
+
+TEST(CRecursiveLock, DoesNothingAfterItsDestructor) {
+    alignas(CRecursiveLock) unsigned char storage[sizeof(CRecursiveLock)];
+    auto* lock = new (storage) CRecursiveLock;
+    lock->~CRecursiveLock();
+    unsigned char after[sizeof storage];
+    memcpy(after, storage, sizeof storage);
+    lock->Lock();
+    lock->Unlock();
+    lock->ForceUnlock();
+    EXPECT_EQ(memcmp(storage, after, sizeof storage), 0);
+}
+
+TEST(CRecursiveLock, DoesNothingIfItsMutexCouldNotBeMade) {
+    FaultOf<&::pthread_mutex_init> init;
+    init.Return(ENOMEM);
+    CRecursiveLock lock;
+    FaultOf<&::pthread_mutex_lock> mutexLock;
+    FaultOf<&::pthread_mutex_unlock> mutexUnlock;
+    lock.Lock();
+    lock.Unlock();
+    lock.ForceUnlock();
+    EXPECT_EQ(mutexLock.Calls() + mutexUnlock.Calls(), 0);
+}
+
+TEST(CRecursiveLock, MayBeDestroyedWhileItIsHeld) {
+    auto lock = std::make_unique<CRecursiveLock>();
+    lock->Lock();
+    lock->Lock();
+    FaultOf<&::pthread_mutex_unlock> unlock;
+    lock.reset();
+    EXPECT_EQ(unlock.Calls(), 1) << "freed before it is destroyed, whatever its depth";
+}
+
+TEST(CRecursiveLock, IsNotFreedByTheThreadThatDestroysItForAnother) {
+    auto lock = std::make_unique<CRecursiveLock>();
+    std::thread{[&] { lock->Lock(); }}.join();
+    FaultOf<&::pthread_mutex_unlock> unlock;
+    lock.reset();
+    EXPECT_EQ(unlock.Calls(), 0);
+}
+
+TEST(CRecursiveLock, LetsOneThreadInAtATime) {
+    CRecursiveLock lock;
+    int count = 0;
+    const auto work = [&] {
+        for (int i = 0; i < 10'000; ++i) {
+            const RecursiveLockGuard outer{lock};
+            const RecursiveLockGuard inner{lock};
+            ++count;
+        }
+    };
+    std::thread threads[4];
+    for (auto& thread : threads) thread = std::thread{work};
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(count, 40'000);
+}
+
+}  // namespace

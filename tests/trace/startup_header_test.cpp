@@ -1,0 +1,257 @@
+#include "trace/startup_header.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+
+#include "trace/open_debug.h"
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+
+/// A fresh machine with a log directory; the header of a trace in its log file.
+class StartupHeader : public testing::Test {
+  protected:
+    StartupHeader() { host.Directory("/var/log/tolbrin"); }
+
+    /// The lines of the log after `Init` with the header switched on.
+    void Run(const char* name, const std::function<void(const Lines&)>& body) {
+        host.Run([&] {
+            clearenv();
+            setenv("QX_LOG_NOHDR_TOSDTERR", "0", 1);
+            OpenDebug debug;
+            debug.Init(name);
+            body(FileLines(debug.m_LogPath));
+        });
+    }
+
+    FakeHost host;
+};
+
+TEST_F(StartupHeader, IsWrittenWholeAndInOrder) {
+    Run("zorn", [](const Lines& lines) {
+        std::string text;
+        for (const std::string& line : lines) text += line + "\n";
+        const size_t pid = text.find("Process PID                : ") + 29;
+        text.replace(pid, text.find('\n', pid) - pid, "<pid>");
+        EXPECT_EQ(text, R"(Tarnhollow Environment:
+LD_LIBRARY_PATH=NotSet
+QX_SYSTEM=NotSet
+QX_OS=NotSet
+QX_OS_MAJOR=NotSet
+QX_OS_MINOR=NotSet
+QX_VVOS=NotSet
+QX_RELEASE=NotSet
+QX_VENDOR=NotSet
+QX_HOSTNAME=NotSet
+QX_HOSTOSREVMAJOR=NotSet
+QX_HOSTOSREVMINOR=NotSet
+QX_SYSNAME=NotSet
+QX_VERSION=NotSet
+QX_NICKNAME=NotSet
+QX_HWPLATFORM=NotSet
+QX_RUNNINGONVM=NotSet
+QX_RUNNINGONPAN=NotSet
+QX_VMREL=NotSet
+QX_ARCH=NotSet
+QX_REPO=NotSet
+QX_RAID_EXISTS=NotSet
+QX_RAID_READY=NotSet
+QX_RAID_VERSION=NotSet
+QX_INSTALL_DATE=NotSet
+QX_USE_SG_IO_HDR_T=NotSet
+QX_AGENT_X_SOCKET=NotSet
+QX_ZORN_REPLY_TIME=NotSet
+QX_DAEMON_COREFILE_LIMIT=NotSet
+QX_VME_WAIT_TIME_FOR_VMSERVER=NotSet
+QX_SCS_PROVIDER_TRACE=NotSet
+QX_SCS_NOSIGNAL=NotSet
+QX_LOG_DYNAMIC_UPDATE=NotSet
+QX_SCS_DEBUG_LEVEL=NotSet
+QX_LOG_FILE_DIR=NotSet
+QX_LOG_FILE_MAX_SIZE=NotSet
+QX_LOG_RINGBUF_DIR=NotSet
+QX_LOG_DEBUG_LEVEL=NotSet
+QX_LOG_RINGBUF_WEIGHT=NotSet
+QX_LOG_NOHDR_TOSDTERR=0
+LWD_QX_HOME=NotSet
+LWD_SYSLOG_FIFO=NotSet
+QX_LOG_RINGBUF_WEIGHT_ZORN=NotSet
+Tarnhollow Configuration File:
+AgentPermission=NotSet
+AgentShut=NotSet
+ShutdownDelay=NotSet
+UserGroup=NotSet
+ScanTapeDevices=NotSet
+TraceFileLimit=NotSet
+NoAccountCheck=NotSet
+InventoryRescan=NotSet
+CDPollInterval=NotSet
+AgentsToBeStarted=NotSet
+WaitForZornSockets=NotSet
+WaitForZornTerm=NotSet
+InvAgtPollNetUtilization=NotSet
+Debug values from ini file :
+DynamicUpdate              : 0
+DebugLevel                 : -1
+RingBufferSizeFactor       : -1
+RingBufferSizeWeight       : -1
+RingBufferDirectory        : 
+No Header to LogFile       : -1
+Internal Debug values      :
+Process PID                : <pid>
+Trace Target               : 0
+Trace Level                : 0
+Trace Level Saved          : 0
+Application Init Done      : 0
+LogFile Path               : /var/log/tolbrin/log.zorn
+LogFile Max Size           : 20971520
+Ring Buffer FD             : -1
+Ring Buffer Factor         : 0
+Ring Buffer Weight         : 0
+Ring Buffer Size           : 0
+Ring Buffer Directory      : /var/log/tolbrin
+Ring Buffer Path           : 
+No Header to LogFile       : 0
+# End of header.
+)");
+    });
+}
+
+TEST_F(StartupHeader, ShowsAVariableThatIsSetAndOneThatIsEmpty) {
+    host.Run([] {
+        setenv("QX_LOG_NOHDR_TOSDTERR", "0", 1);
+        setenv("QX_OS", "a value with blanks", 1);
+        setenv("QX_REPO", "", 1);
+        setenv("AgentShut", "50%", 1);
+        OpenDebug debug;
+        debug.Init("zorn");
+        const Lines lines = FileLines(kLog);
+        EXPECT_THAT(lines, Contains("QX_OS=a value with blanks"));
+        EXPECT_THAT(lines, Contains("QX_REPO="));
+        EXPECT_THAT(lines, Contains("AgentShut=50%"));
+    });
+}
+
+TEST_F(StartupHeader, ShowsTheTraceAsItStandsWhenItIsEnabled) {
+    host.Run([] {
+        setenv("QX_LOG_NOHDR_TOSDTERR", "0", 1);
+        setenv("QX_LOG_DEBUG_LEVEL", "3", 1);
+        OpenDebug debug;
+        debug.Init("zorn");
+        const Lines lines = FileLines(kLog);
+        EXPECT_THAT(lines, Contains("Trace Target               : 1"));
+        EXPECT_THAT(lines, Contains("Trace Level                : 3"));
+        EXPECT_THAT(lines, Contains("Trace Level Saved          : 3"));
+    });
+}
+
+TEST_F(StartupHeader, BeginsWithTheCommandLineOnceThereIsOne) {
+    host.Run([] {
+        OpenDebug debug;
+        debug.Init("zorn");
+        char program[] = "/usr/bin/zorn";
+        char* argv[] = {program, nullptr};
+        debug.SetCommandLine(1, argv);
+        const size_t before = FileLines(kLog).size();
+        {
+            const RecursiveLockGuard hold{debug.Lock()};
+            debug.PrintHeader(1);
+        }
+        const Lines lines = FileLines(kLog);
+        EXPECT_EQ(lines.at(before), "zorn Command Line Options:");
+        EXPECT_EQ(lines.at(before + 1), "argv[0] = \"/usr/bin/zorn\"");
+        EXPECT_EQ(lines.at(before + 2), "Tarnhollow Environment:");
+    });
+}
+
+TEST_F(StartupHeader, HasACommandLineWithoutANameToo) {
+    host.Run([] {
+        OpenDebug debug;
+        debug.Init("");
+        char program[] = "x";
+        char* argv[] = {program, nullptr};
+        debug.SetTraceTarget(0);
+        debug.SetCommandLine(1, argv);
+        EXPECT_THAT(FileLines("/var/log/tolbrin/log."),
+                    testing::ElementsAre(" Command Line Options:", "argv[0] = \"x\""));
+    });
+}
+
+TEST_F(StartupHeader, BeginsWithTheEnvironmentIfThereIsNoCommandLine) {
+    host.Run([] {
+        OpenDebug debug;
+        debug.Init("zorn");
+        debug.SetCommandLine(0, nullptr);
+        EXPECT_EQ(FileText(kLog), "");
+        const RecursiveLockGuard hold{debug.Lock()};
+        debug.PrintHeader(1);
+        EXPECT_EQ(FileLines(kLog).at(0), "Tarnhollow Environment:");
+    });
+}
+
+TEST_F(StartupHeader, CutsALongNameInTheVariableThatItLooksUp) {
+    host.Run([] {
+        const std::string name = "abcdefghijklmnopqrstuvwxyz";
+        setenv("QX_LOG_RINGBUF_WEIGHT_ABCDEFGHIJKLMNOPQRSTUVWXY", "7", 1);
+        setenv("QX_LOG_NOHDR_TOSDTERR", "0", 1);
+        OpenDebug debug;
+        debug.Init(name.c_str());
+        EXPECT_THAT(FileLines(debug.m_LogPath),
+                    Contains("QX_LOG_RINGBUF_WEIGHT_ABCDEFGHIJKLMNOPQRSTUVWXY=7"));
+    });
+}
+
+TEST_F(StartupHeader, TakesANameOf25CharactersWhole) {
+    host.Run([] {
+        setenv("QX_LOG_RINGBUF_WEIGHT_ABCDEFGHIJKLMNOPQRSTUVWXY", "8", 1);
+        setenv("QX_LOG_NOHDR_TOSDTERR", "0", 1);
+        OpenDebug debug;
+        debug.Init("abcdefghijklmnopqrstuvwxy");
+        EXPECT_THAT(FileLines(debug.m_LogPath),
+                    Contains("QX_LOG_RINGBUF_WEIGHT_ABCDEFGHIJKLMNOPQRSTUVWXY=8"));
+    });
+}
+
+TEST_F(StartupHeader, LooksUpThePlainVariableWithoutAName) {
+    Run("", [](const Lines& lines) {
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "QX_LOG_RINGBUF_WEIGHT=NotSet"), 2);
+    });
+}
+
+TEST_F(StartupHeader, GoesToTheCurrentTargetIfNoneIsNamed) {
+    host.Run([] {
+        setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+        OpenDebug debug;
+        debug.Init("zorn");
+        const RecursiveLockGuard hold{debug.Lock()};
+        debug.PrintHeader(0);
+        EXPECT_THAT(FileText(kLog), HasSubstr("# End of header.\n"));
+        const std::string before = FileText(kLog);
+        debug.SetTraceTarget(0);
+        debug.PrintHeader(0);
+        EXPECT_EQ(FileText(kLog), before);
+    });
+}
+
+TEST_F(StartupHeader, IsLeftOutByDefault) {
+    host.Run([] {
+        OpenDebug debug;
+        debug.Init("zorn");
+        EXPECT_EQ(FileText(kLog), "");
+    });
+}
+
+TEST(HeaderNames, EndWithANullName) {
+    EXPECT_EQ(std::size(g_EnvironmentNames), 42u);
+    EXPECT_EQ(g_EnvironmentNames[41].name, nullptr);
+    EXPECT_EQ(std::size(g_ConfigurationNames), 14u);
+    EXPECT_EQ(g_ConfigurationNames[13].name, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,228 @@
+// zornctl doctor: each check on a machine that is well, and on one that is not.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "trace/open_debug.h"
+#include "zornctl/system/module_host.h"
+#include "zornctl/system/service_processes.h"
+#include "zornctl/zornctl_run.h"
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+constexpr const char* kModuleHost = "/opt/Corvanthimex/lib64/libswitch.so";
+
+std::string Library(const std::string& name) {
+    const auto path = FakeHost::LibraryDirectory() + "/" + name + "/libswitch.so";
+    std::ifstream file{path, std::ios::binary};
+    EXPECT_TRUE(file) << path;
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+/// A machine on which nothing is wrong but that the service does not run.
+class Doctor : public testing::Test {
+  protected:
+    Doctor() {
+        host.File(kModuleHost, Library("system_hosts/obedient"), 0755);
+        host.Directory("/var/log/tolbrin");
+        host.Directory("/sys/class");
+        host.File("/dev/mem", "");
+        host.Link("/usr/libexec/zorn/zorn", FakeHost::Executable());
+    }
+
+    ZornctlRun Run(const StartOptions& options = {}) {
+        return RunZornctl(host, {"doctor", "--json"}, options);
+    }
+
+    /// "STATE FINDING" of one check; empty if there is no such row.
+    static std::string RowOf(const ZornctlRun& run, const std::string& check) {
+        std::string text;
+        const auto json = run.Json();
+        for (const auto& row : json["checks"]) {
+            const bool isFine = row["state"] == "ok";
+            EXPECT_TRUE(isFine || row["remedy"] != "") << row;
+            if (row["check"] != check) continue;
+            text = row["state"].get<std::string>() + " " + row["finding"].get<std::string>();
+        }
+        return text;
+    }
+    std::string Row(const std::string& check) { return RowOf(Run(), check); }
+
+    FakeHost host;
+};
+
+TEST_F(Doctor, FindsNothingOnAHealthyMachine) {
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(0)) << run.output;
+    EXPECT_EQ(run.error, "");
+    const auto json = run.Json();
+    for (const auto& row : json["checks"]) {
+        if (row["check"] == "service") continue;
+        EXPECT_EQ(row["state"], "ok") << row;
+    }
+    EXPECT_EQ(RowOf(run, "service"), "warning not running");
+    EXPECT_EQ(RowOf(run, "smbus driver"), "ok /dev/pci/smbus is not there: optional");
+    EXPECT_EQ(RowOf(run, "configuration directory"), "ok not there: the defaults apply");
+    EXPECT_EQ(RowOf(run, "settings"), "ok no warnings");
+    EXPECT_EQ(RowOf(run, "log"), "ok /var/log/tolbrin/log.zorn can be made");
+}
+
+TEST_F(Doctor, ShowsATableToPeople) {
+    host.Remove("/sys/class");
+    const auto run = RunZornctl(host, {"doctor"});
+    EXPECT_EQ(run.end, Exited(1));
+    EXPECT_THAT(run.output, StartsWith("CHECK "));
+    EXPECT_THAT(run.output, testing::ContainsRegex("\nrights +ok +you are root\n"));
+    EXPECT_THAT(run.output,
+                testing::ContainsRegex("\nkernel: devices +failed +/sys/class is not there: no "
+                                       "inventory -> mount -t sysfs sysfs /sys\n"));
+}
+
+TEST_F(Doctor, SaysWhatAnOrdinaryUserCannotKnow) {
+    const auto run = Run({.uid = 1000});
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_THAT(RowOf(run, "rights"), StartsWith("warning you are not root"));
+    EXPECT_THAT(RowOf(run, "log"), StartsWith("warning /var/log/tolbrin/log.zorn cannot be "
+                                              "written: Permission denied"));
+}
+
+TEST_F(Doctor, FailsWithoutLibraryDirectory) {
+    host.Remove("/opt/Corvanthimex");
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(1));
+    EXPECT_EQ(RowOf(run, "library directory"),
+              "failed /opt/Corvanthimex/lib64: No such file or directory");
+    EXPECT_EQ(RowOf(run, "module host"),
+              std::string{"failed "} + kModuleHost + ": No such file or directory");
+    EXPECT_EQ(RowOf(run, "module host loads"), "");
+}
+
+TEST_F(Doctor, WarnsOfWhatOthersCanChange) {
+    host.Directory("/opt/Corvanthimex/lib64", 0777);
+    host.Directory("/var/log/tolbrin", 01777);
+    host.Directory(kConfigDirectory, 0775);
+    host.File(kModuleHost, Library("system_hosts/obedient"), 0757);
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(RowOf(run, "library directory"),
+              "warning /opt/Corvanthimex/lib64, owner 0, mode 0777: others than root can change "
+              "it");
+    EXPECT_THAT(RowOf(run, "module host"), HasSubstr("mode 0757: others than root can change it"));
+    EXPECT_THAT(RowOf(run, "configuration directory"), StartsWith("warning "));
+}
+
+TEST_F(Doctor, TellsTheLinkersReason) {
+    host.File(kModuleHost, "no library", 0755);
+    EXPECT_THAT(Row("module host loads"),
+                testing::AllOf(StartsWith("failed "), HasSubstr("file too short")));
+    host.File(kModuleHost, Library("zornctl_needs_missing"), 0755);
+    EXPECT_THAT(Row("module host loads"),
+                testing::AllOf(StartsWith("failed "), HasSubstr("libzornctl_missing.so: cannot "
+                                                                "open shared object file")));
+}
+
+TEST_F(Doctor, FindsASymbolThatNobodyDefinesWithoutRunningTheModuleHost) {
+    host.File(kModuleHost, Library("zornctl_undefined_symbol"), 0755);
+    EXPECT_THAT(Row("module host loads"), StartsWith("failed undefined symbol: NobodyHasThis"));
+    EXPECT_FALSE(host.Exists("/constructor_ran"));
+    host.Remove("/usr/libexec/zorn/zorn");
+    EXPECT_THAT(Row("module host loads"), StartsWith("ok ")) << "not to be known without zorn";
+}
+
+TEST_F(Doctor, FailsWithoutLogDirectory) {
+    host.Remove("/var/log/tolbrin");
+    EXPECT_EQ(Row("log directory"), "failed /var/log/tolbrin: No such file or directory");
+}
+
+TEST_F(Doctor, LooksAtTheLogItself) {
+    host.File(kLog, "");
+    EXPECT_EQ(Row("log"), std::string{"ok "} + kLog + " can be written");
+    host.Link(kLog, "/etc/passwd");
+    EXPECT_EQ(Row("log"), std::string{"warning "} + kLog + " is no regular file");
+}
+
+TEST_F(Doctor, WarnsWhereTheLogHasNoRoom) {
+    const auto run = Run({.environment = {{"QX_LOG_FILE_MAX_SIZE", "4294967295"}}});
+    const auto row = RowOf(run, "space for the log");
+    EXPECT_THAT(row, testing::ContainsRegex("[0-9]+ MiB free"));
+    const auto free = std::stoull(row.substr(row.find(' ')));
+    EXPECT_THAT(row, StartsWith(free < 4095 ? "warning " : "ok "));
+}
+
+TEST_F(Doctor, CountsTheWarningsOfTheSettings) {
+    const auto run = Run({.environment = {{"QX_LOG_FILE_DIR", "x"}, {"TraceFileLimit", ""}}});
+    EXPECT_EQ(RowOf(run, "settings"), "warning 2 warnings");
+}
+
+TEST_F(Doctor, FailsWithoutTheKernelsInterfaces) {
+    host.Remove("/sys/class");
+    host.Remove("/dev/mem");
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(1));
+    EXPECT_THAT(RowOf(run, "kernel: devices"), StartsWith("failed /sys/class is not there"));
+    EXPECT_THAT(RowOf(run, "kernel: memory"), StartsWith("warning /dev/mem is not there"));
+}
+
+/// A process of that number and name.
+void AddProcess(FakeHost& host, int pid, const std::string& name, const std::string& executable) {
+    const std::string directory = "/proc/" + std::to_string(pid);
+    host.File(directory + "/stat", std::to_string(pid) + " (" + name + ") S 1 1 1 0");
+    host.File(directory + "/environ", std::string{"QX_LOG_RINGBUF_DIR=/var/log/other"} + '\0');
+    host.Link(directory + "/exe", executable);
+}
+
+TEST_F(Doctor, FindsTheRunningServiceAndLooksAtItsLog) {
+    AddProcess(host, 4711, "bash", "/bin/bash");
+    AddProcess(host, 4712, "zorn", "/usr/libexec/zorn/zorn");
+    host.Directory("/var/log/other");
+    const auto run = Run();
+    EXPECT_EQ(RowOf(run, "service"), "ok runs as process 4712");
+    EXPECT_THAT(RowOf(run, "log directory"), StartsWith("ok /var/log/other,"))
+        << "as the service's environment says";
+}
+
+TEST_F(Doctor, FindsASecondService) {
+    AddProcess(host, 4713, "zorn", "/usr/libexec/zorn/zorn");
+    AddProcess(host, 4712, "zorn", "/usr/libexec/zorn/zorn");
+    EXPECT_EQ(Row("service"), "warning runs more than once: 4712 4713");
+}
+
+TEST_F(Doctor, FindsAServiceWhoseFileWasReplaced) {
+    AddProcess(host, 4712, "zorn", "/usr/libexec/zorn/zorn (deleted)");
+    EXPECT_EQ(Row("service"), "warning runs as process 4712, but its file was replaced");
+}
+
+// --- The pure parts ------------------------------------------------------------------------------
+
+TEST(ParseLoadProblem, FindsWhatTheLinkerComplainsOf) {
+    using zornctl::ParseLoadProblem;
+    EXPECT_EQ(ParseLoadProblem(""), std::nullopt);
+    EXPECT_EQ(ParseLoadProblem("\tlibc.so.6 => /lib/libc.so.6 (0x00007fb5bfa1e000)\n"),
+              std::nullopt);
+    EXPECT_EQ(ParseLoadProblem("\tlibc.so.6 => /lib/libc.so.6 (0x0)\n\tlibx.so.1 => not found\n"),
+              "libx.so.1 => not found");
+    EXPECT_EQ(ParseLoadProblem("undefined symbol: x\t(/l.so)\n"), "undefined symbol: x\t(/l.so)");
+    EXPECT_EQ(ParseLoadProblem("/l.so: /lib/libc.so.6: version `GLIBC_9' not found (required by "
+                               "/l.so)\n"),
+              "/l.so: /lib/libc.so.6: version `GLIBC_9' not found (required by /l.so)");
+    EXPECT_EQ(ParseLoadProblem("symbol x, version Y not defined in file z with link time "
+                               "reference\t(/l.so)"),
+              "symbol x, version Y not defined in file z with link time reference\t(/l.so)");
+}
+
+TEST(ParseProcessName, TakesAllBetweenTheOuterParentheses) {
+    using zornctl::ParseProcessName;
+    EXPECT_EQ(ParseProcessName("12 (zorn) S 1"), "zorn");
+    EXPECT_EQ(ParseProcessName("12 (a) (b)) S 1"), "a) (b)");
+    for (const char* none : {"", "12", "12 (", ") (", "12 )x("}) {
+        EXPECT_EQ(ParseProcessName(none), "");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,3 @@
+extern "C" int InMissingLibrary() {
+    return 1;
+}

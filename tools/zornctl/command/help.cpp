@@ -1,0 +1,12 @@
+#include "zornctl/command/commands.h"
+#include "zornctl/document/documents.h"
+
+namespace zornctl {
+
+ExitStatus RunHelp(const Arguments& arguments, Output& output) {
+    const auto name = arguments.Operand();
+    output.WriteDocument(name ? FormatCommandHelp(*FindCommand(*name)) : FormatProgramHelp());
+    return ExitStatus::kDone;
+}
+
+}  // namespace zornctl

@@ -1,0 +1,188 @@
+#include "zornctl/command_line/command_table.h"
+
+#include <algorithm>
+#include <array>
+
+#include "zornctl/command/commands.h"
+
+namespace zornctl {
+
+namespace {
+
+constexpr std::array kCommonOptions{
+    OptionRow{.name = "json", .help = "write JSON for programs instead of text for people"},
+    OptionRow{.name = "help", .letter = 'h', .help = "show what the subcommand does, and end"},
+};
+
+constexpr std::array kProgramOptions{
+    OptionRow{.name = "version", .help = "show the version, and end"},
+};
+
+constexpr std::array kTraceOptions{
+    OptionRow{.name = "follow",
+              .letter = 'f',
+              .help = "go on and show each new line, over wraps and restarts of the service"},
+    OptionRow{.name = "lines",
+              .letter = 'n',
+              .kind = ValueKind::kNumber,
+              .valueName = "N",
+              .help = "begin with the last N lines; a text of several lines counts as one"},
+};
+
+constexpr std::array kCheckConfigOptions{
+    OptionRow{.name = "directory",
+              .kind = ValueKind::kDirectory,
+              .valueName = "DIR",
+              .help = "read the ini files of DIR instead of those of the service"},
+    OptionRow{.name = "environment-of",
+              .kind = ValueKind::kProcess,
+              .valueName = "PID",
+              .help = "take the environment of that process instead of the own one"},
+    OptionRow{.name = "strict", .help = "end with 1 if there is a warning"},
+};
+
+constexpr std::array kDocuments{std::string_view{"man"}, std::string_view{"bash"},
+                                std::string_view{"zsh"}};
+
+constexpr std::array kCommands{
+    CommandRow{
+        .name = "log",
+        .summary = "show the log of the service in the order of time",
+        .text = "The log file is overwritten in place, pass after pass. This shows it in the order "
+                "of writing: what was written up to the end of initialization, what is left of the "
+                "former pass, and the newest pass, which begins with its WRAP line.\n\n"
+                "A line whose beginning was overwritten is shown behind [...]. Control characters "
+                "and bytes that are no UTF-8 are shown as \\t, \\x1b and the like.\n\n"
+                "Without FILE it is the log that a service with the environment of this shell "
+                "writes to: see check-config.",
+        .operand = {.name = "FILE", .kind = ValueKind::kFile},
+        .options = kTraceOptions,
+        .run = RunLog,
+    },
+    CommandRow{
+        .name = "ring",
+        .summary = "show a ring file in the order of time",
+        .text = "FILE is a ring file, of a running service or left by one that was killed, or "
+                "compressed with gzip. This shows its header, the begin line, what is left of the "
+                "former pass, and the newest pass.\n\n"
+                "Without an end mark (the service was killed within a line) the order comes from "
+                "the time stamps; a note on standard error says so.",
+        .operand = {.name = "FILE", .kind = ValueKind::kFile, .isRequired = true},
+        .options = kTraceOptions,
+        .run = RunRing,
+    },
+    CommandRow{
+        .name = "check-config",
+        .summary =
+            "show what the trace will read from its configuration, and what is wrong with it",
+        .text =
+            "Shows each setting of the trace, its value and where that comes from: a variable "
+            "of the environment, a key in a section of a file, or the default. Below stand "
+            "warnings of what is set but does not do what it seems to.\n\n"
+            "The environment is that of zornctl, unless --environment-of names another process. "
+            "Warnings do not change the exit status, unless --strict is given.",
+        .operand = {},
+        .options = kCheckConfigOptions,
+        .run = RunCheckConfig,
+    },
+    CommandRow{
+        .name = "doctor",
+        .summary = "tell what would keep the service from working, and how to mend it",
+        .text =
+            "Looks at the rights, the directories, the module host and what it needs, the log, "
+            "the interfaces of the kernel and the running service. Each row is ok, a warning or "
+            "failed, with what to do about it. Nothing of the module host is run.\n\n"
+            "The exit status is 1 if a check failed.",
+        .operand = {},
+        .options = {},
+        .run = RunDoctor,
+    },
+    CommandRow{
+        .name = "help",
+        .summary = "show what a subcommand does, or the list of subcommands",
+        .text = "The same as zornctl COMMAND --help or zornctl --help.",
+        .operand = {.name = "COMMAND", .kind = ValueKind::kCommand},
+        .options = {},
+        .run = RunHelp,
+    },
+    CommandRow{
+        .name = "generate",
+        .summary = "write the manual page or a shell's completion",
+        .text = "For the build: writes zornctl(1) as roff, or the completion of bash or zsh.",
+        .operand =
+            {.name = "DOCUMENT", .kind = ValueKind::kWord, .isRequired = true, .words = kDocuments},
+        .options = {},
+        .run = RunGenerate,
+        .isHidden = true,
+    },
+};
+
+constexpr std::array kExitStatusRows{
+    ManualRow{"0", "done"},
+    ManualRow{"1", "what was asked for was not found, or a check failed"},
+    ManualRow{"2", "wrong use"},
+    ManualRow{"3", "something could not be read or written"},
+};
+
+constexpr std::array kEnvironmentRows{
+    ManualRow{"NO_COLOR",
+              "if set to something, no colours are used; they are used on terminals only"},
+    ManualRow{"COLUMNS", "width of tables on a terminal, instead of the terminal's"},
+    ManualRow{"QX_LOG_*, TraceFileLimit",
+              "settings of the trace, as the service reads them: see zornctl check-config"},
+};
+
+constexpr std::array kFileRows{
+    ManualRow{"/var/log/tolbrin/log.zorn", "log of the service, unless it is configured otherwise"},
+    ManualRow{"/opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig/*.ini",
+              "settings of the trace"},
+    ManualRow{"/opt/Corvanthimex/lib64/libswitch.so", "module host"},
+};
+
+constexpr std::array kExampleRows{
+    ManualRow{"zornctl log -fn 20", "the last twenty lines of the log, and each new one"},
+    ManualRow{"zornctl log --json | jq -r '.lines[] | select(.text | test(\"ERROR\")) | .text'",
+              "the texts of all lines that tell of an error"},
+    ManualRow{"zornctl ring /var/log/tolbrin/ring_startup_zorn.gz",
+              "what the service did up to the end of initialization"},
+    ManualRow{"zornctl check-config --strict --environment-of $(pidof zorn)",
+              "whether the running service has settings that do not do what they seem to"},
+};
+
+}  // namespace
+
+std::span<const CommandRow> Commands() {
+    return kCommands;
+}
+
+std::span<const OptionRow> CommonOptions() {
+    return kCommonOptions;
+}
+
+std::span<const OptionRow> ProgramOptions() {
+    return kProgramOptions;
+}
+
+std::span<const ManualRow> ExitStatusRows() {
+    return kExitStatusRows;
+}
+
+std::span<const ManualRow> EnvironmentRows() {
+    return kEnvironmentRows;
+}
+
+std::span<const ManualRow> FileRows() {
+    return kFileRows;
+}
+
+std::span<const ManualRow> ExampleRows() {
+    return kExampleRows;
+}
+
+const CommandRow* FindCommand(std::string_view name) {
+    const auto* const row = std::find_if(kCommands.begin(), kCommands.end(),
+                                         [=](const CommandRow& each) { return each.name == name; });
+    return row != kCommands.end() ? &*row : nullptr;
+}
+
+}  // namespace zornctl

@@ -1,0 +1,205 @@
+// A ring file (trace/ring_buffer.cpp) holds
+//
+//     header, mark | blocks as made | begin line | newest pass, mark | rest of the former pass |
+//     dots
+//
+// 1. The begin line stands at a multiple of 1,024. The header ends with its last line. Where that
+// is
+//    not in front of the first mark, a wrap was interrupted: behind the mark go on the lines of the
+//    former header.
+// 2. A file that ends with a block as it was made is in its first pass: nothing older is there.
+// What
+//    was never written is found from the end, block by block.
+// 3. The mark of the newest line stands at the beginning of a line. A text may hold such a line
+// too:
+//    the right one has the largest step back in time behind it, or no time at all.
+// 4. Without a mark (a writer killed between two stores of a line, or in a wrap) the time stamps
+//    tell alone (FindPassEnd).
+
+#include "zornctl/order/order_ring.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "zornctl/order/pass_end.h"
+
+namespace zornctl {
+
+namespace {
+
+constexpr size_t kBlockSize = 1024;
+constexpr size_t kLongestPrefix = 128;
+constexpr std::string_view kBeginText = "### Begin of RingBuffer. ###";
+constexpr std::string_view kHeaderEndText = "# End of header.";
+
+std::string_view TextBehindPrefix(std::string_view line) {
+    const auto bare = BareLine(line);
+    const auto prefix = ParseTracePrefix(bare);
+    return prefix ? bare.substr(prefix->length) : std::string_view{};
+}
+
+/// The begin line of a ring; empty if there is none.
+std::string_view FindBeginLine(std::string_view file) {
+    for (size_t at = 0; at < file.size(); at += kBlockSize) {
+        auto block = file.substr(at, kBlockSize);
+        const auto line = TakeLine(block);
+        if (TextBehindPrefix(line) == kBeginText) return line;
+    }
+    return {};
+}
+
+/// A prefix, underscores and a newline.
+bool IsBlockAsMade(std::string_view block) {
+    const auto text = TextBehindPrefix(block);
+    return block.ends_with("_\n") && !text.empty() && text.find_first_not_of('_') == text.npos;
+}
+
+/// What is left of the last block in `text`, which a newer line has cut: how many bytes.
+/// REQUIRES: `text` ends where a block ends.
+size_t RestOfBlock(std::string_view text) {
+    const auto block = text.substr(text.size() - std::min(text.size(), kBlockSize));
+    if (block.ends_with("\n\n")) return 1;
+    if (!block.ends_with("_\n")) return 0;
+    const size_t line = block.rfind('\n', block.size() - 2) + 1;  // npos + 1 is 0
+    const size_t underscores = block.find_last_not_of('_', block.size() - 2) + 1;
+    const size_t inBlock = underscores + (kBlockSize - block.size());
+    const bool isRestOfPrefix = line != 0 && inBlock <= kLongestPrefix;
+    return block.size() - (isRestOfPrefix ? line : underscores);
+}
+
+/// `text` without the blocks as they were made at its end and what is left of one in front of them.
+/// REQUIRES: `text` ends where a block ends.
+std::string_view WithoutBlocks(std::string_view text) {
+    if (!text.ends_with("_\n")) return text;
+    while (text.size() >= kBlockSize && IsBlockAsMade(text.substr(text.size() - kBlockSize))) {
+        text.remove_suffix(kBlockSize);
+    }
+    text.remove_suffix(RestOfBlock(text));
+    return text;
+}
+
+/// `text` without the dots that stand behind the last line of a pass. Where a wrap was interrupted,
+/// the newline of the last block is still there.
+std::string_view WithoutDots(std::string_view text) {
+    const auto dots = text.ends_with(".\n") ? text.substr(0, text.size() - 1) : text;
+    const size_t size = dots.find_last_not_of('.') + 1;  // npos + 1 is 0
+    const bool isWholeLine = size == 0 || text[size - 1] == '\n';
+    return isWholeLine ? text.substr(0, size) : text;
+}
+
+/// Goes over the lines of the ring proper and keeps the mark that most speaks for.
+class MarkSearch {
+  public:
+    void TakeMark(size_t at) { m_Pending = at; }
+
+    void TakeTime(int64_t time) {
+        if (m_Former)
+            Weigh(*m_Former > time ? 1 + (*m_Former - time) : 0);
+        else
+            Weigh(0);
+        m_Former = time;
+    }
+
+    [[nodiscard]] std::optional<size_t> Best() {
+        Weigh(1);  // a mark with no time behind it
+        return m_Best;
+    }
+
+  private:
+    void Weigh(int64_t weight) {
+        if (m_Pending && weight >= m_Weight) {
+            m_Best = m_Pending;
+            m_Weight = weight;
+        }
+        m_Pending.reset();
+    }
+
+    std::optional<size_t> m_Pending;  ///< the last mark since the last time
+    std::optional<int64_t> m_Former;
+    std::optional<size_t> m_Best;
+    int64_t m_Weight = 0;
+};
+
+/// The mark, also if its beginning was lost to the next line or to the dots of a wrap, and the
+/// writer was killed there.
+bool IsMark(std::string_view line) {
+    if (line.size() != kEndMark.size()) return false;
+    size_t kept = line.size();
+    while (kept > 0 && line[kept - 1] == kEndMark[kept - 1]) --kept;
+    const auto lost = line.substr(0, kept);
+    return kept < line.size() &&
+           (lost.find_first_not_of('.') == lost.npos || IsBeginningOfPrefix(lost));
+}
+
+std::optional<size_t> FindMark(std::string_view text) {
+    MarkSearch search;
+    for (auto rest = text; !rest.empty();) {
+        const size_t at = text.size() - rest.size();
+        const auto line = TakeLine(rest);
+        if (IsMark(line)) search.TakeMark(at);
+        if (const auto time = StampMilliseconds(StampOf(line))) search.TakeTime(*time);
+    }
+    return search.Best();
+}
+
+void Add(RingOrder& order, const TracePiece& piece) {
+    if (!piece.text.empty()) order.pieces.push_back(piece);
+}
+
+void AddHeader(RingOrder& order, std::string_view header) {
+    const auto whole = WithoutBlocks(header);
+    size_t begin = 0;
+    for (auto rest = whole; !rest.empty();) {
+        const size_t at = whole.size() - rest.size();
+        const auto line = TakeLine(rest);
+        const bool isLast = TextBehindPrefix(line) == kHeaderEndText || rest.empty();
+        if (!isLast && line != kEndMark) continue;
+        const size_t end = line == kEndMark ? at : at + line.size();
+        Add(order, {TracePart::kHeader, whole.substr(begin, end - begin), begin != 0});
+        if (isLast) return;
+        begin = at + line.size();
+    }
+}
+
+/// Where the last line of `text` begins if it is loose: a writer that was killed in it, or in the
+/// mark behind it, has left it like this.
+size_t FindTornLine(std::string_view text) {
+    const size_t end = text.size() - (text.ends_with('\n') ? 1 : 0);
+    const size_t line = text.substr(0, end).rfind('\n') + 1;  // npos + 1 is 0
+    return StampOf(text.substr(line)).empty() ? line : text.size();
+}
+
+/// `text` is what stands behind the begin line.
+void AddPasses(RingOrder& order, std::string_view text) {
+    const auto written = WithoutBlocks(text);
+    const bool isFirstPass = written.size() != text.size();
+    const auto lines = WithoutDots(written);
+    order.mark = FindMark(lines);
+    PassEnd end{lines.size(), false};
+    if (order.mark)
+        end = {*order.mark, true};
+    else if (!isFirstPass)
+        end = FindPassEnd(lines);
+    const size_t torn = end.at == lines.size() ? FindTornLine(lines) : end.at;
+    const size_t older = order.mark ? *order.mark + kEndMark.size() : end.at;
+    Add(order, {TracePart::kOlder, lines.substr(older), end.isCut});
+    Add(order, {TracePart::kNewest, lines.substr(0, torn)});
+    Add(order, {TracePart::kNewest, lines.substr(torn, end.at - torn), true});
+}
+
+}  // namespace
+
+std::optional<RingOrder> OrderRing(std::string_view text) {
+    const auto begin = FindBeginLine(text);
+    if (begin.empty()) return std::nullopt;
+    const auto beginAt = static_cast<size_t>(begin.data() - text.data());
+    const size_t ringAt = beginAt + begin.size();
+    RingOrder order;
+    AddHeader(order, text.substr(0, beginAt));
+    Add(order, {TracePart::kBegin, begin});
+    AddPasses(order, text.substr(ringAt));
+    if (order.mark) *order.mark += ringAt;
+    return order;
+}
+
+}  // namespace zornctl

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zornctl {
+
+/// Asks the dynamic linker whether it can load a library and all that it needs, without running
+/// any code of it. With `program` (the path of the service, whose symbols the library uses), it
+/// also looks for symbols that nobody defines. Gives the linker's reason; empty if all is well.
+/// Throws `Failure` if the linker cannot be started.
+/// Thread-safety of all here: any thread; no state.
+[[nodiscard]] std::optional<std::string> FindLoadProblem(const std::string& library,
+                                                         const std::string& program);
+
+/// The first problem in what the linker says when it lists a library or looks up its symbols, as
+/// "libx.so => not found" or "undefined symbol: x (liby.so)"; empty if there is none.
+[[nodiscard]] std::optional<std::string> ParseLoadProblem(std::string_view text);
+
+}  // namespace zornctl
