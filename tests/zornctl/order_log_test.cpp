@@ -168,6 +168,15 @@ TEST(OrderLog, IgnoresATextThatLooksLikeAWrapLine) {
               std::nullopt);
 }
 
+// One look at the line for each of them would take hours.
+TEST(OrderLog, LooksOnceAtALineThatHoldsManyWrapTexts) {
+    std::string text = Line(1, "a");
+    while (text.size() < size_t{64} << 20U) text += "------ WRAP ----- Cycle=";
+    const auto order = OrderLog(text);
+    EXPECT_EQ(order.cycle, std::nullopt);
+    EXPECT_THAT(order.pieces, ElementsAre(TracePiece{TracePart::kNewest, text}));
+}
+
 TEST(OrderLog, TakesTheHighestCycleWhereAHeadHoldsAWrapLine) {
     const std::string head = Wrap(1, 1, 0, 100) + Line(2, "end of initialization");
     const std::string text =

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "zornctl/trace_samples.h"
 
 using namespace zornctl;
@@ -18,6 +20,29 @@ std::unique_ptr<TraceLook> Look(const std::string& identity, const std::string& 
     look->entries = SplitEntries({{TracePart::kHead, file.substr(0, head.size())},
                                   {TracePart::kNewest, file.substr(head.size())}});
     return look;
+}
+
+TEST(FormatEntry, EscapesEachLineOfItsText) {
+    const auto look = Look("a", "", "\x1b[2J\n\xff\n" + Line(1, "b"));
+    EXPECT_EQ(FormatEntry(look->entries.at(0), {}), "\\x1b[2J\n\\xff\n");
+    EXPECT_EQ(FormatEntry(look->entries.at(1), {}), Line(1, "b"));
+}
+
+TEST(FormatEntry, MarksAnEntryThatIsCut) {
+    const auto entries = SplitEntries({{TracePart::kOlder, "rest ERROR\n", true}});
+    EXPECT_EQ(FormatEntry(entries.at(0), {}), "[...] rest ERROR\n");
+    EXPECT_EQ(FormatEntry(entries.at(0), {.width = 0, .hasColour = true}),
+              "\x1b[31m[...] rest ERROR\x1b[0m\n");
+}
+
+TEST(EntryObject, HoldsTheTextAsItIsOrReversiblyEscaped) {
+    const auto look = Look("a", Line(1, "a\\\tb"), Line(2, "a\\\tb\xff"));
+    const auto plain = EntryObject(look->entries.at(0));
+    EXPECT_EQ(plain["text"], "a\\\tb");
+    EXPECT_EQ(plain["escaped"], false);
+    const auto escaped = EntryObject(look->entries.at(1));
+    EXPECT_EQ(escaped["text"], "a\\\\\\tb\\xff");
+    EXPECT_EQ(escaped["escaped"], true);
 }
 
 TEST(FindUnseen, TakesAllForNewWhereNothingWasSeen) {

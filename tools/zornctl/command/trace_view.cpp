@@ -45,37 +45,8 @@ Emphasis EmphasisOf(std::string_view text) {
     return Emphasis::kNone;
 }
 
-/// One entry as lines for people.
-std::string FormatEntry(const TraceEntry& entry, const TextStyle& style) {
-    const auto emphasis = EmphasisOf(entry.text);
-    std::string text = entry.isCut ? "[...] " : "";
-    std::string out;
-    for (auto rest = entry.text; !rest.empty();) {
-        text += Escape(BareLine(TakeLine(rest)));
-        out.append(Emphasize(text, emphasis, style)).append("\n");
-        text.clear();
-    }
-    return out;
-}
-
 std::string_view TextOf(const TraceEntry& entry) {
     return entry.text.substr(entry.prefix ? entry.prefix->length : 0);
-}
-
-ordered_json EntryObject(const TraceEntry& entry) {
-    const auto text = TextOf(entry);
-    const bool isEscaped = !IsUtf8(text);
-    ordered_json object{{"part", NameOf(entry.part)}};
-    const auto& prefix = entry.prefix;
-    object["time"] = prefix && prefix->hasTime ? ordered_json(prefix->stamp) : ordered_json();
-    object["pid"] = prefix ? ordered_json(prefix->pid) : ordered_json();
-    object["memory_kib"] =
-        prefix && prefix->memoryKiB ? ordered_json(*prefix->memoryKiB) : ordered_json();
-    object["name"] = prefix ? ordered_json(JsonText(prefix->name)) : ordered_json();
-    object["text"] = isEscaped ? EscapeReversibly(text) : std::string{text};
-    object["cut"] = entry.isCut;
-    object["escaped"] = isEscaped;
-    return object;
 }
 
 /// Shows entries, all from one on.
@@ -157,6 +128,34 @@ size_t FirstOf(const TraceLook& look, std::optional<uint32_t> count) {
 }
 
 }  // namespace
+
+std::string FormatEntry(const TraceEntry& entry, const TextStyle& style) {
+    const auto emphasis = EmphasisOf(entry.text);
+    std::string text = entry.isCut ? "[...] " : "";
+    std::string out;
+    for (auto rest = entry.text; !rest.empty();) {
+        text += Escape(BareLine(TakeLine(rest)));
+        out.append(Emphasize(text, emphasis, style)).append("\n");
+        text.clear();
+    }
+    return out;
+}
+
+ordered_json EntryObject(const TraceEntry& entry) {
+    const auto text = TextOf(entry);
+    const bool isEscaped = !IsUtf8(text);
+    ordered_json object{{"part", NameOf(entry.part)}};
+    const auto& prefix = entry.prefix;
+    object["time"] = prefix && prefix->hasTime ? ordered_json(prefix->stamp) : ordered_json();
+    object["pid"] = prefix ? ordered_json(prefix->pid) : ordered_json();
+    object["memory_kib"] =
+        prefix && prefix->memoryKiB ? ordered_json(*prefix->memoryKiB) : ordered_json();
+    object["name"] = prefix ? ordered_json(JsonText(prefix->name)) : ordered_json();
+    object["text"] = isEscaped ? EscapeReversibly(text) : std::string{text};
+    object["cut"] = entry.isCut;
+    object["escaped"] = isEscaped;
+    return object;
+}
 
 std::optional<SeenMark> MarkOf(const TraceLook& look) {
     if (look.entries.empty()) return std::nullopt;

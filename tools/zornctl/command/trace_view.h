@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -26,6 +27,14 @@ struct TraceLook {
     std::string identity;             ///< the same as long as one service writes; empty: unknown
     std::string note;                 ///< what a reader should know; empty: nothing
 };
+
+/// One entry as lines for people, each with its newline; a terminal acts upon nothing in them but
+/// what `Emphasize` adds. Pure.
+[[nodiscard]] std::string FormatEntry(const TraceEntry& entry, const TextStyle& style);
+
+/// One entry as --json shows it; all its strings are UTF-8. "escaped" tells that "text" is none in
+/// the file and stands as by `EscapeReversibly`. Pure.
+[[nodiscard]] nlohmann::ordered_json EntryObject(const TraceEntry& entry);
 
 /// The last entry that was shown, so that a later look tells what is new.
 struct SeenMark {

@@ -62,13 +62,13 @@ std::optional<WrapLine> ParseWrapLine(std::string_view line, size_t at) {
 
 std::optional<WrapLine> FindNewestWrap(std::string_view text) {
     std::optional<WrapLine> newest;
-    for (size_t found = text.find(kWrapText); found != text.npos;
-         found = text.find(kWrapText, found + 1)) {
+    for (size_t found = text.find(kWrapText); found != text.npos;) {
         const size_t begin = text.rfind('\n', found) + 1;  // npos + 1 is 0
         const auto line = BareLine(text.substr(begin, text.find('\n', found) - begin));
         const auto at = static_cast<size_t>(line.data() - text.data());
         const auto wrap = ParseWrapLine(line, at);
         if (wrap && (!newest || wrap->cycle > newest->cycle)) newest = wrap;
+        found = text.find(kWrapText, at + line.size());
     }
     if (newest) newest->end = std::min(newest->end, text.size());
     return newest;
