@@ -5,6 +5,10 @@
 # shellcheck source=scripts/lib.sh
 source "$(dirname "$0")/lib.sh"
 
+# The machine that a test builds around the product stands in namespaces of its own.
+if ((EUID != 0)) && ! unshare --user --map-root-user true 2>/dev/null; then
+    die 'here only root can make namespaces (so it is in a chroot, and where the kernel is set so): run it with sudo'
+fi
 need "${build_tools[@]}" "${test_tools[@]}"
 cmake --preset dev
 cmake --build --preset dev
