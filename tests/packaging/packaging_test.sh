@@ -74,7 +74,7 @@ TheExamplesBuildWithFindPackage() {
     local build
     build=$(scratch examples)
     cp -r "$STAGE/usr/share/doc/zorn/examples" "$build/source"
-    "$CMAKE" -S "$build/source" -B "$build/build" -DCMAKE_CXX_COMPILER="$CXX" \
+    "$CMAKE" -G Ninja -S "$build/source" -B "$build/build" -DCMAKE_CXX_COMPILER="$CXX" \
         -DCMAKE_PREFIX_PATH="$STAGE/usr" -DCMAKE_BUILD_TYPE=Release
     "$CMAKE" --build "$build/build"
 }

@@ -18,7 +18,9 @@
 
 /// How `FakeHost::Run` runs its body.
 struct RunOptions {
-    uid_t uid = 0;                   ///< user (and group) that the body runs as, seen from inside
+    /// User (and group) that the body runs as, seen from inside. Where the test itself is not run by
+    /// root, files belong to that user too: what nobody but root may read gets mode 0 then.
+    uid_t uid = 0;
     std::chrono::seconds limit{60};  ///< a body that takes longer is killed, and the test fails
 };
 

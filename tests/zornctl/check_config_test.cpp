@@ -129,7 +129,7 @@ TEST(CheckConfig, ReadsTheEnvironmentOfARunningProcess) {
 
 TEST(CheckConfig, EndsWith3WhereTheDirectoryCannotBeRead) {
     FakeHost host;
-    host.Directory("/secret", 0700);
+    host.Directory("/secret", 0);
     const auto run = RunZornctl(host, {"check-config", "--directory", "/secret"}, {.uid = 1000});
     EXPECT_EQ(run.end, Exited(3));
     EXPECT_EQ(run.error, "zornctl: /secret: Permission denied (run zornctl as root)\n");

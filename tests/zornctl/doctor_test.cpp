@@ -85,6 +85,7 @@ TEST_F(Doctor, ShowsATableToPeople) {
 }
 
 TEST_F(Doctor, SaysWhatAnOrdinaryUserCannotKnow) {
+    host.Directory("/var/log/tolbrin", 0555);
     const auto run = Run({.uid = 1000});
     EXPECT_EQ(run.end, Exited(0));
     EXPECT_THAT(RowOf(run, "rights"), StartsWith("warning you are not root"));

@@ -90,7 +90,7 @@ TEST(Program, EndsWith1WhereTheFileIsMissing) {
 TEST(Program, EndsWith3WhereTheFileCannotBeRead) {
     FakeHost host;
     host.Directory("/folder");
-    host.File("/secret", "x", 0600);
+    host.File("/secret", "x", 0);
     const auto folder = RunZornctl(host, {"log", "/folder"});
     EXPECT_EQ(folder.end, Exited(3));
     EXPECT_EQ(folder.error, "zornctl: /folder: Is a directory (name a file in it)\n");

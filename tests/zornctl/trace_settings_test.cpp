@@ -392,7 +392,7 @@ TEST(ReadSettingsInput, TakesADirectoryThatIsNotThereForNoSettings) {
 
 TEST(ReadSettingsInput, FailsOnADirectoryThatCannotBeRead) {
     FakeHost host;
-    host.Directory("/secret", 0700);
+    host.Directory("/secret", 0);
     host.Run(
         [] {
             try {
