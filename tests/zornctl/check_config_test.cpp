@@ -77,6 +77,9 @@ TEST(CheckConfig, ReadsAnotherDirectory) {
     host.File("/new/a.ini", "[zorn]\nFileDebugLevel=6\n[EndOfFile]\n");
     EXPECT_THAT(RunZornctl(host, {"check-config", "--directory", "/new"}).output,
                 HasSubstr("/new/a.ini [zorn] FileDebugLevel"));
+    const auto missing = RunZornctl(host, {"check-config", "--directory", "/old"});
+    EXPECT_EQ(missing.end, Exited(1)) << "which is no failure of the service's own";
+    EXPECT_THAT(missing.error, testing::StartsWith("zornctl: /old: No such file or directory ("));
 }
 
 TEST(CheckConfig, IsJsonForPrograms) {

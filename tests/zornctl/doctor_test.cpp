@@ -25,14 +25,23 @@ std::string Library(const std::string& name) {
     return {std::istreambuf_iterator<char>{file}, {}};
 }
 
+std::string MissingLibrary() {
+    std::ifstream file{FakeHost::LibraryDirectory() + "/libzornctl_missing.so", std::ios::binary};
+    EXPECT_TRUE(file);
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
 /// A machine on which nothing is wrong but that the service does not run.
 class Doctor : public testing::Test {
   protected:
     Doctor() {
         host.File(kModuleHost, Library("system_hosts/obedient"), 0755);
         host.Directory("/var/log/tolbrin");
+        host.Directory("/opt/Corvanthimex/vital/etc/tolbrin");
         host.Directory("/sys/class");
-        host.File("/dev/mem", "");
+        for (const char* file : {"/proc/bus/pci/devices", "/proc/net/dev", "/dev/mem"}) {
+            host.File(file, "");
+        }
         host.Link("/usr/libexec/zorn/zorn", FakeHost::Executable());
     }
 
@@ -136,6 +145,35 @@ TEST_F(Doctor, FindsASymbolThatNobodyDefinesWithoutRunningTheModuleHost) {
     EXPECT_THAT(Row("module host loads"), StartsWith("ok ")) << "not to be known without zorn";
 }
 
+TEST_F(Doctor, LooksForTheModuleHostWhereTheServiceDoes) {
+    const auto library = Library("system_hosts/obedient");
+    host.Remove("/opt/Corvanthimex/lib64");
+    host.File("/second/libswitch.so", library, 0755);
+    host.File("/third/libswitch.so", library, 0757);
+    const StartOptions options{
+        .environment = {{"LD_LIBRARY_PATH", "relative::/first;/second:/third"}}};
+    const auto run = Run(options);
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(RowOf(run, "library directory"), "ok /second, owner 0, mode 0755");
+    EXPECT_EQ(RowOf(run, "module host"), "ok /second/libswitch.so, owner 0, mode 0755");
+    EXPECT_THAT(RowOf(run, "module host loads"), StartsWith("ok "));
+    host.File("/second/libswitch.so", Library("zornctl_needs_missing"), 0755);
+    EXPECT_THAT(RowOf(Run(options), "module host loads"), StartsWith("failed "));
+    host.File("/first/libzornctl_missing.so", MissingLibrary(), 0755);
+    EXPECT_THAT(RowOf(Run(options), "module host loads"), StartsWith("ok "))
+        << "what the module host needs is looked for there too";
+}
+
+TEST_F(Doctor, WarnsWithoutRegistryDirectory) {
+    EXPECT_EQ(Row("registry directory"),
+              "ok /opt/Corvanthimex/vital/etc/tolbrin, owner 0, mode 0755");
+    host.Remove("/opt/Corvanthimex/vital");
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(RowOf(run, "registry directory"),
+              "warning /opt/Corvanthimex/vital/etc/tolbrin: No such file or directory");
+}
+
 TEST_F(Doctor, FailsWithoutLogDirectory) {
     host.Remove("/var/log/tolbrin");
     EXPECT_EQ(Row("log directory"), "failed /var/log/tolbrin: No such file or directory");
@@ -162,12 +200,21 @@ TEST_F(Doctor, CountsTheWarningsOfTheSettings) {
 }
 
 TEST_F(Doctor, FailsWithoutTheKernelsInterfaces) {
+    const std::pair<const char*, const char*> warned[] = {{"kernel: PCI", "/proc/bus/pci/devices"},
+                                                          {"kernel: network", "/proc/net/dev"},
+                                                          {"kernel: memory", "/dev/mem"}};
+    for (const auto& [check, path] : warned) host.Remove(path);
+    auto run = Run();
+    EXPECT_EQ(run.end, Exited(0));
+    for (const auto& [check, path] : warned) {
+        EXPECT_THAT(RowOf(run, check),
+                    StartsWith("warning " + std::string{path} + " is not there"));
+    }
+    EXPECT_EQ(RowOf(run, "kernel: SCSI"), "ok /proc/scsi/scsi is not there: optional");
     host.Remove("/sys/class");
-    host.Remove("/dev/mem");
-    const auto run = Run();
+    run = Run();
     EXPECT_EQ(run.end, Exited(1));
     EXPECT_THAT(RowOf(run, "kernel: devices"), StartsWith("failed /sys/class is not there"));
-    EXPECT_THAT(RowOf(run, "kernel: memory"), StartsWith("warning /dev/mem is not there"));
 }
 
 /// A process of that number and name.

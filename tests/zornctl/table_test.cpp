@@ -35,12 +35,20 @@ TEST(FormatTable, BreaksTheLastColumnAtTheWidth) {
               "   seven\n");
 }
 
-TEST(FormatTable, NeverMakesTheLastColumnNarrowerThan20) {
-    EXPECT_EQ(FormatTable({"A", "B"}, {{"a rather wide first cell", "one two three four five"}},
-                          {10, false}),
-              "A                         B\n"
-              "a rather wide first cell  one two three four\n"
-              "                          five\n");
+TEST(FormatTable, StacksTheCellsWhereTheLastColumnWouldBeNarrowerThan20) {
+    const std::vector<std::vector<Cell>> rows{{"first cell", "", "one two three four five six"},
+                                              {"second cell", "x", "seven"}};
+    EXPECT_EQ(FormatTable({"A", "B", "C"}, rows, {36, false}),
+              "A            B  C\n"
+              "first cell      one two three four\n"
+              "                five six\n"
+              "second cell  x  seven\n");
+    EXPECT_EQ(FormatTable({"A", "B", "C"}, rows, {35, false}),
+              "A\n    B\n    C\n"
+              "first cell\n    one two three four five six\n"
+              "second cell\n    x\n    seven\n");
+    EXPECT_EQ(FormatTable({"A", "B"}, {{"a b", "c d"}}, {1, false}),
+              "A\n    B\na\nb\n    c\n    d\n");
 }
 
 TEST(FormatTable, ColoursCellsWhereThereAreColours) {

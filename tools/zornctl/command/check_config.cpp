@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <nlohmann/json.hpp>
 
 #include "zornctl/command/commands.h"
@@ -84,8 +85,11 @@ void WriteTables(const TraceSettings& settings, const SettingsInput& input, Outp
 
 ExitStatus RunCheckConfig(const Arguments& arguments, Output& output) {
     const auto pid = arguments.Number("environment-of");
-    const auto directory = arguments.Value("directory").value_or(kConfigDirectory);
-    const auto input = ReadSettingsInput(directory, pid ? EnvironmentOf(*pid) : OwnEnvironment());
+    const auto wish = arguments.Value("directory");
+    const auto input = ReadSettingsInput(wish.value_or(kConfigDirectory),
+                                         pid ? EnvironmentOf(*pid) : OwnEnvironment());
+    // The service's own may be missing, one that was asked for by its name may not.
+    if (wish && !input.isDirectoryThere) throw SystemFailure(*wish, ENOENT);
     const auto settings = SettleTraceSettings(input);
     if (output.IsJson())
         WriteObject(settings, input, output);

@@ -37,8 +37,9 @@ struct Finding {
 
 /// What several checks need.
 struct Patient {
-    TraceSettings settings;
     std::vector<ServiceProcess> processes;
+    Environment environment;  ///< of the running service if it may be read, else that of this shell
+    TraceSettings settings;
     std::vector<Finding> findings;
 
     void Add(Finding finding) { findings.push_back(std::move(finding)); }
@@ -74,14 +75,30 @@ void CheckOwner(Patient& patient, const std::string& check, const std::string& p
                  "chown root and chmod go-w " + path});
 }
 
-void CheckLibraryDirectory(Patient& patient) {
+/// An absent directory is a finding of that state, and what it means.
+void CheckDirectory(Patient& patient, const std::string& check, const std::string& path,
+                    State without, const std::string& remedy) {
     struct stat status {};
-    if (stat(kLibraryDirectory, &status) != 0) {
-        return patient.Add({"library directory", State::kFailed,
-                            std::string{kLibraryDirectory} + ": " + Reason(errno),
-                            "install the suite"});
+    if (stat(path.c_str(), &status) == 0) return CheckOwner(patient, check, path, status);
+    patient.Add({check, without, path + ": " + Reason(errno), remedy});
+}
+
+/// The service's LD_LIBRARY_PATH; empty if it has none.
+std::string LibraryPath(const Patient& patient) {
+    const auto found = patient.environment.find("LD_LIBRARY_PATH");
+    return found != patient.environment.end() ? found->second : std::string{};
+}
+
+/// Where the linker finds the module host: there first, then in the run path.
+std::string FindModuleHost(std::string_view libraryPath) {
+    auto rest = libraryPath;
+    while (!rest.empty()) {
+        const auto directory = rest.substr(0, rest.find_first_of(":;"));
+        rest.remove_prefix(std::min(directory.size() + 1, rest.size()));
+        const auto path = std::string{directory} + "/" + kModuleHostName;
+        if (directory.starts_with('/') && access(path.c_str(), F_OK) == 0) return path;
     }
-    CheckOwner(patient, "library directory", kLibraryDirectory, status);
+    return std::string{kLibraryDirectory} + "/" + kModuleHostName;
 }
 
 /// The executable whose symbols the module host uses; empty if it is not known.
@@ -93,14 +110,17 @@ std::string ServiceExecutable(const Patient& patient) {
 }
 
 void CheckModuleHost(Patient& patient) {
+    const auto libraryPath = LibraryPath(patient);
+    const auto path = FindModuleHost(libraryPath);
+    CheckDirectory(patient, "library directory", path.substr(0, path.rfind('/')), State::kFailed,
+                   "install the suite");
     struct stat status {};
-    if (stat(kModuleHost, &status) != 0) {
-        return patient.Add({"module host", State::kFailed,
-                            std::string{kModuleHost} + ": " + Reason(errno),
+    if (stat(path.c_str(), &status) != 0) {
+        return patient.Add({"module host", State::kFailed, path + ": " + Reason(errno),
                             "install libswitch.so there, or set LD_LIBRARY_PATH for the service"});
     }
-    CheckOwner(patient, "module host", kModuleHost, status);
-    if (const auto problem = FindLoadProblem(kModuleHost, ServiceExecutable(patient))) {
+    CheckOwner(patient, "module host", path, status);
+    if (const auto problem = FindLoadProblem(path, ServiceExecutable(patient), libraryPath)) {
         return patient.Add({"module host loads", State::kFailed, *problem,
                             "install what is missing, or a module host of this version"});
     }
@@ -118,6 +138,11 @@ void CheckConfiguration(Patient& patient) {
     if (count == 0) return patient.Add({"settings", State::kOk, "no warnings"});
     patient.Add({"settings", State::kWarning, std::to_string(count) + " warnings",
                  "see zornctl check-config"});
+}
+
+void CheckRegistry(Patient& patient) {
+    CheckDirectory(patient, "registry directory", kRegistryDirectory, State::kWarning,
+                   "make it: the registry and the names of adapters are not kept until then");
 }
 
 void CheckSpace(Patient& patient, const std::string& directory) {
@@ -179,8 +204,13 @@ constexpr std::array kNeeds{
             "no memory figures, no inventory", "mount -t proc proc /proc"},
     NeedRow{"kernel: devices", "/sys/class", State::kFailed, "no inventory",
             "mount -t sysfs sysfs /sys"},
+    NeedRow{"kernel: PCI", "/proc/bus/pci/devices", State::kWarning, "no adapters",
+            "use a kernel with CONFIG_PCI, and not in a container"},
+    NeedRow{"kernel: network", "/proc/net/dev", State::kWarning, "no figures of the network",
+            "use a kernel with CONFIG_NET"},
     NeedRow{"kernel: memory", "/dev/mem", State::kWarning, "no firmware tables from memory",
             "use a kernel with CONFIG_DEVMEM"},
+    NeedRow{"kernel: SCSI", "/proc/scsi/scsi", State::kOk, "optional", ""},
     NeedRow{"smbus driver", "/dev/pci/smbus", State::kOk, "optional", ""},
 };
 
@@ -215,19 +245,16 @@ void CheckService(Patient& patient) {
     patient.Add({"service", State::kOk, "runs as process" + numbers});
 }
 
-constexpr std::array kChecks{
-    CheckRoot,  CheckLibraryDirectory, CheckModuleHost, CheckConfiguration, CheckLog,
-    CheckNeeds, CheckService};
+constexpr std::array kChecks{CheckRoot,     CheckModuleHost, CheckConfiguration, CheckLog,
+                             CheckRegistry, CheckNeeds,      CheckService};
 
-/// The settings of the running service if its environment may be read, else those of this shell.
-TraceSettings SettingsOf(const std::vector<ServiceProcess>& processes) {
-    auto environment = OwnEnvironment();
+Environment EnvironmentOfService(const std::vector<ServiceProcess>& processes) {
     try {
-        if (!processes.empty()) environment = EnvironmentOf(processes[0].pid);
+        if (!processes.empty()) return EnvironmentOf(processes[0].pid);
     } catch (const Failure&) {
-        // an ordinary user may not: the own environment stays
+        // an ordinary user may not: the own one has to do
     }
-    return SettleTraceSettings(ReadSettingsInput(kConfigDirectory, std::move(environment)));
+    return OwnEnvironment();
 }
 
 std::string_view NameOf(State state) {
@@ -274,7 +301,9 @@ void WriteObject(const std::vector<Finding>& findings, Output& output) {
 ExitStatus RunDoctor(const Arguments&, Output& output) {
     Patient patient;
     patient.processes = FindServiceProcesses();
-    patient.settings = SettingsOf(patient.processes);
+    patient.environment = EnvironmentOfService(patient.processes);
+    patient.settings =
+        SettleTraceSettings(ReadSettingsInput(kConfigDirectory, patient.environment));
     for (const auto& check : kChecks) check(patient);
     if (output.IsJson())
         WriteObject(patient.findings, output);

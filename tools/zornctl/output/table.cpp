@@ -46,6 +46,18 @@ size_t IndentOf(const std::vector<size_t>& widths) {
     return indent;
 }
 
+/// Lines of at most `width` columns (0: any), all but the first one behind `indent` blanks.
+void AppendLines(std::string& out, const Cell& cell, size_t indent, size_t width,
+                 const TextStyle& style) {
+    const auto lines = BreakLines(cell.text, width);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (i != 0) out.append(indent, ' ');
+        out += Emphasize(lines[i], cell.emphasis, style);
+        out.erase(out.find_last_not_of(' ') + 1);
+        out += '\n';
+    }
+}
+
 void AppendRow(std::string& out, const Row& row, const std::vector<size_t>& widths,
                const TextStyle& style) {
     for (size_t i = 0; i + 1 < row.size(); ++i) {
@@ -53,14 +65,17 @@ void AppendRow(std::string& out, const Row& row, const std::vector<size_t>& widt
         out.append(widths[i] - Columns(row[i].text), ' ').append(kGap);
     }
     const size_t indent = IndentOf(widths);
-    const size_t room = style.width > indent ? style.width - indent : 0;
-    const size_t width = style.width == 0 ? 0 : std::max(room, kLeastWidth);
-    const auto lines = BreakLines(row.back().text, width);
-    for (size_t i = 0; i < lines.size(); ++i) {
-        if (i != 0) out.append(indent, ' ');
-        out += Emphasize(lines[i], row.back().emphasis, style);
-        out.erase(out.find_last_not_of(' ') + 1);
-        out += '\n';
+    AppendLines(out, row.back(), indent, style.width == 0 ? 0 : style.width - indent, style);
+}
+
+/// A row for a narrow terminal: a cell a line, those behind the first one indented.
+void AppendStack(std::string& out, const Row& row, const TextStyle& style) {
+    if (!row.front().text.empty()) AppendLines(out, row.front(), 0, style.width, style);
+    for (size_t i = 1; i < row.size(); ++i) {
+        if (row[i].text.empty()) continue;
+        out.append(kGap).append(kGap);
+        const size_t indent = 2 * kGap.size();
+        AppendLines(out, row[i], indent, std::max(style.width, indent + 1) - indent, style);
     }
 }
 
@@ -78,8 +93,14 @@ std::string FormatTable(const std::vector<std::string>& titles, const std::vecto
     for (const auto& title : titles) all.front().emplace_back(title, Emphasis::kFaint);
     for (const auto& row : rows) all.push_back(Escaped(row));
     const auto widths = WidthsOf(all);
+    const bool isNarrow = style.width != 0 && style.width < IndentOf(widths) + kLeastWidth;
     std::string out;
-    for (const auto& row : all) AppendRow(out, row, widths, style);
+    for (const auto& row : all) {
+        if (isNarrow)
+            AppendStack(out, row, style);
+        else
+            AppendRow(out, row, widths, style);
+    }
     return out;
 }
 

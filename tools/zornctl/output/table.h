@@ -26,7 +26,8 @@ struct TextStyle {
 };
 
 /// Rows of cells as a table for people: columns two blanks apart, as wide as their widest cell; the
-/// last column is broken at blanks where the width ends, never narrower than 20 columns.
+/// last column is broken at blanks where the width ends. Where less than 20 columns are left for it,
+/// each cell has a line of its own instead, and those behind the first one of a row are indented.
 /// REQUIRES: every row has as many cells as `titles`.
 /// Thread-safety of all here: any thread; no state.
 [[nodiscard]] std::string FormatTable(const std::vector<std::string>& titles,

@@ -6,6 +6,7 @@
 #include "zornctl/system/module_host.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "zornctl/order/trace_prefix.h"
 #include "zornctl/system/child.h"
@@ -39,12 +40,18 @@ std::optional<std::string> ParseLoadProblem(std::string_view text) {
     return std::nullopt;
 }
 
-std::optional<std::string> FindLoadProblem(const std::string& library, const std::string& program) {
-    if (auto problem = ProblemOf(RunChild({kLinker, "--list", library}))) return problem;
+std::optional<std::string> FindLoadProblem(const std::string& library, const std::string& program,
+                                           const std::string& libraryPath) {
+    std::vector<std::string> environment;
+    if (!libraryPath.empty()) environment.push_back("LD_LIBRARY_PATH=" + libraryPath);
+    const auto listed = RunChild({kLinker, "--list", library}, {.environment = environment});
+    if (auto problem = ProblemOf(listed)) return problem;
     if (program.empty()) return std::nullopt;
+    for (const char* wish : {"LD_TRACE_LOADED_OBJECTS=1", "LD_BIND_NOW=1", "LD_WARN=1"}) {
+        environment.emplace_back(wish);
+    }
     return ProblemOf(
-        RunChild({kLinker, "--preload", library, program},
-                 {.environment = {"LD_TRACE_LOADED_OBJECTS=1", "LD_BIND_NOW=1", "LD_WARN=1"}}));
+        RunChild({kLinker, "--preload", library, program}, {.environment = environment}));
 }
 
 }  // namespace zornctl
