@@ -34,6 +34,11 @@ if(ZORN_SANITIZE)
   endif()
 endif()
 
+if(ZORN_FUZZ)
+  target_compile_options(zorn_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(zorn_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # zorn_subsystem(NAME USES SUBSYSTEM... SOURCES FILE...)
 #
 # One subsystem of the product. USES names the subsystems whose headers it may include: only those
