@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "trace/open_debug.h"
+#include "zornctl/healthy_host.h"
 #include "zornctl/system/module_host.h"
 #include "zornctl/system/service_processes.h"
 #include "zornctl/zornctl_run.h"
@@ -16,34 +15,10 @@ using testing::StartsWith;
 
 namespace {
 
-constexpr const char* kModuleHost = "/opt/Corvanthimex/lib64/libswitch.so";
-
-std::string Library(const std::string& name) {
-    const auto path = FakeHost::LibraryDirectory() + "/" + name + "/libswitch.so";
-    std::ifstream file{path, std::ios::binary};
-    EXPECT_TRUE(file) << path;
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
-std::string MissingLibrary() {
-    std::ifstream file{FakeHost::LibraryDirectory() + "/libzornctl_missing.so", std::ios::binary};
-    EXPECT_TRUE(file);
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
 /// A machine on which nothing is wrong but that the service does not run.
 class Doctor : public testing::Test {
   protected:
-    Doctor() {
-        host.File(kModuleHost, Library("system_hosts/obedient"), 0755);
-        host.Directory("/var/log/tolbrin");
-        host.Directory("/opt/Corvanthimex/vital/etc/tolbrin");
-        host.Directory("/sys/class");
-        for (const char* file : {"/proc/bus/pci/devices", "/proc/net/dev", "/dev/mem"}) {
-            host.File(file, "");
-        }
-        host.Link("/usr/libexec/zorn/zorn", FakeHost::Executable());
-    }
+    Doctor() { MakeHealthy(host); }
 
     ZornctlRun Run(const StartOptions& options = {}) {
         return RunZornctl(host, {"doctor", "--json"}, options);
@@ -117,7 +92,7 @@ TEST_F(Doctor, WarnsOfWhatOthersCanChange) {
     host.Directory("/opt/Corvanthimex/lib64", 0777);
     host.Directory("/var/log/tolbrin", 01777);
     host.Directory(kConfigDirectory, 0775);
-    host.File(kModuleHost, Library("system_hosts/obedient"), 0757);
+    host.File(kModuleHost, BuiltLibrary("system_hosts/obedient/libswitch.so"), 0757);
     const auto run = Run();
     EXPECT_EQ(run.end, Exited(0));
     EXPECT_EQ(RowOf(run, "library directory"),
@@ -131,14 +106,14 @@ TEST_F(Doctor, TellsTheLinkersReason) {
     host.File(kModuleHost, "no library", 0755);
     EXPECT_THAT(Row("module host loads"),
                 testing::AllOf(StartsWith("failed "), HasSubstr("file too short")));
-    host.File(kModuleHost, Library("zornctl_needs_missing"), 0755);
+    host.File(kModuleHost, BuiltLibrary("zornctl_needs_missing/libswitch.so"), 0755);
     EXPECT_THAT(Row("module host loads"),
                 testing::AllOf(StartsWith("failed "), HasSubstr("libzornctl_missing.so: cannot "
                                                                 "open shared object file")));
 }
 
 TEST_F(Doctor, FindsASymbolThatNobodyDefinesWithoutRunningTheModuleHost) {
-    host.File(kModuleHost, Library("zornctl_undefined_symbol"), 0755);
+    host.File(kModuleHost, BuiltLibrary("zornctl_undefined_symbol/libswitch.so"), 0755);
     EXPECT_THAT(Row("module host loads"), StartsWith("failed undefined symbol: NobodyHasThis"));
     EXPECT_FALSE(host.Exists("/constructor_ran"));
     host.Remove("/usr/libexec/zorn/zorn");
@@ -146,7 +121,7 @@ TEST_F(Doctor, FindsASymbolThatNobodyDefinesWithoutRunningTheModuleHost) {
 }
 
 TEST_F(Doctor, LooksForTheModuleHostWhereTheServiceDoes) {
-    const auto library = Library("system_hosts/obedient");
+    const auto library = BuiltLibrary("system_hosts/obedient/libswitch.so");
     host.Remove("/opt/Corvanthimex/lib64");
     host.File("/second/libswitch.so", library, 0755);
     host.File("/third/libswitch.so", library, 0757);
@@ -157,9 +132,9 @@ TEST_F(Doctor, LooksForTheModuleHostWhereTheServiceDoes) {
     EXPECT_EQ(RowOf(run, "library directory"), "ok /second, owner 0, mode 0755");
     EXPECT_EQ(RowOf(run, "module host"), "ok /second/libswitch.so, owner 0, mode 0755");
     EXPECT_THAT(RowOf(run, "module host loads"), StartsWith("ok "));
-    host.File("/second/libswitch.so", Library("zornctl_needs_missing"), 0755);
+    host.File("/second/libswitch.so", BuiltLibrary("zornctl_needs_missing/libswitch.so"), 0755);
     EXPECT_THAT(RowOf(Run(options), "module host loads"), StartsWith("failed "));
-    host.File("/first/libzornctl_missing.so", MissingLibrary(), 0755);
+    host.File("/first/libzornctl_missing.so", BuiltLibrary("libzornctl_missing.so"), 0755);
     EXPECT_THAT(RowOf(Run(options), "module host loads"), StartsWith("ok "))
         << "what the module host needs is looked for there too";
 }

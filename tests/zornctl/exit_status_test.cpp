@@ -1,0 +1,264 @@
+// Every subcommand with every option and every exit status that it can end with, in one table that is
+// held against the table of commands.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+#include "trace/open_debug.h"
+#include "zornctl/command_line/command_table.h"
+#include "zornctl/healthy_host.h"
+#include "zornctl/trace_samples.h"
+#include "zornctl/zornctl_run.h"
+
+using namespace zornctl;
+using testing::MatchesRegex;
+
+namespace {
+
+/// How a call ends and where it tells so.
+enum class Told {
+    kNothing,  ///< status 0, or what was found is on standard output: no word on standard error
+    kFailure,  ///< one line on standard error; with --json an object on standard output besides
+};
+
+struct StatusRow {
+    const char* line;  ///< for the shell; a pipe ends with the status of zornctl
+    int status;
+    Told told = Told::kNothing;
+};
+
+constexpr StatusRow kRows[] = {
+    // Without a subcommand
+    {"zornctl --help", 0},
+    {"zornctl -h", 0},
+    {"zornctl --help --json", 0},
+    {"zornctl --version", 0},
+    {"zornctl --version --json", 0},
+    {"zornctl", 2, Told::kFailure},
+    {"zornctl --json", 2, Told::kFailure},
+    {"zornctl nothing", 2, Told::kFailure},
+    {"zornctl --nothing", 2, Told::kFailure},
+    {"zornctl --version=1", 2, Told::kFailure},
+    {"zornctl --help >/dev/full", 3, Told::kFailure},
+    {"zornctl --version >/dev/full", 3, Told::kFailure},
+    {"zornctl --version >&-", 3, Told::kFailure},
+    // log
+    {"zornctl log", 0},
+    {"zornctl log /log", 0},
+    {"zornctl log --json /log", 0},
+    {"zornctl log --lines 1 /log", 0},
+    {"zornctl log -n 1 /log", 0},
+    {"zornctl log --follow /log | head -n 1", 0},
+    {"zornctl log -f /log | head -n 1", 0},
+    {"zornctl log --follow --json /log | head -n 1", 0},
+    {"zornctl log --help", 0},
+    {"zornctl log -h", 0},
+    {"zornctl log /missing", 1, Told::kFailure},
+    {"zornctl log --json /missing", 1, Told::kFailure},
+    {"zornctl log --lines 1 /missing", 1, Told::kFailure},
+    {"zornctl log --follow /missing", 1, Told::kFailure},
+    {"QX_LOG_RINGBUF_DIR=/missing zornctl log", 1, Told::kFailure},
+    {"zornctl log --lines x /log", 2, Told::kFailure},
+    {"zornctl log --lines", 2, Told::kFailure},
+    {"zornctl log --follow=1 /log", 2, Told::kFailure},
+    {"zornctl log --strict /log", 2, Told::kFailure},
+    {"zornctl log /log /log", 2, Told::kFailure},
+    {"zornctl log /folder", 3, Told::kFailure},
+    {"zornctl log --json /folder", 3, Told::kFailure},
+    {"zornctl log --follow /folder", 3, Told::kFailure},
+    {"zornctl log /log >/dev/full", 3, Told::kFailure},
+    {"zornctl log --follow /log >/dev/full", 3, Told::kFailure},
+    // ring
+    {"zornctl ring /ring", 0},
+    {"zornctl ring /ring.gz", 0},
+    {"zornctl ring --json /ring", 0},
+    {"zornctl ring --lines 1 /ring", 0},
+    {"zornctl ring -n 1 /ring", 0},
+    {"zornctl ring --follow /ring | head -n 1", 0},
+    {"zornctl ring -f /ring | head -n 1", 0},
+    {"zornctl ring --help", 0},
+    {"zornctl ring -h", 0},
+    {"zornctl ring /missing", 1, Told::kFailure},
+    {"zornctl ring --json /missing", 1, Told::kFailure},
+    {"zornctl ring --follow /missing", 1, Told::kFailure},
+    {"zornctl ring", 2, Told::kFailure},
+    {"zornctl ring --lines x /ring", 2, Told::kFailure},
+    {"zornctl ring --follow /ring.gz", 2, Told::kFailure},
+    {"zornctl ring /ring /ring", 2, Told::kFailure},
+    {"zornctl ring /log", 3, Told::kFailure},
+    {"zornctl ring --json /log", 3, Told::kFailure},
+    {"zornctl ring --follow /log", 3, Told::kFailure},
+    {"zornctl ring /cut.gz", 3, Told::kFailure},
+    {"zornctl ring /ring >/dev/full", 3, Told::kFailure},
+    // check-config
+    {"zornctl check-config", 0},
+    {"zornctl check-config --json", 0},
+    {"zornctl check-config --directory /config", 0},
+    {"zornctl check-config --environment-of $$", 0},
+    {"zornctl check-config --strict", 0},
+    {"QX_LOG_FILE_DIR=/x zornctl check-config", 0},
+    {"zornctl check-config --help", 0},
+    {"zornctl check-config -h", 0},
+    {"QX_LOG_FILE_DIR=/x zornctl check-config --strict", 1},
+    {"QX_LOG_FILE_DIR=/x zornctl check-config --strict --json", 1},
+    {"zornctl check-config --directory /trap --strict", 1},
+    {"zornctl check-config --directory /missing", 1, Told::kFailure},
+    {"zornctl check-config --environment-of 999999999", 1, Told::kFailure},
+    {"zornctl check-config --environment-of zorn", 2, Told::kFailure},
+    {"zornctl check-config --directory", 2, Told::kFailure},
+    {"zornctl check-config --strict=1", 2, Told::kFailure},
+    {"zornctl check-config /config", 2, Told::kFailure},
+    {"zornctl check-config >/dev/full", 3, Told::kFailure},
+    // doctor
+    {"zornctl doctor", 0},
+    {"zornctl doctor --json", 0},
+    {"zornctl doctor --help", 0},
+    {"zornctl doctor -h", 0},
+    {"QX_LOG_RINGBUF_DIR=/missing zornctl doctor", 1},
+    {"QX_LOG_RINGBUF_DIR=/missing zornctl doctor --json", 1},
+    {"zornctl doctor --strict", 2, Told::kFailure},
+    {"zornctl doctor /log", 2, Told::kFailure},
+    {"zornctl doctor >/dev/full", 3, Told::kFailure},
+    // help
+    {"zornctl help", 0},
+    {"zornctl help log", 0},
+    {"zornctl help --json", 0},
+    {"zornctl help --help", 0},
+    {"zornctl help -h", 0},
+    {"zornctl help nothing", 2, Told::kFailure},
+    {"zornctl help log ring", 2, Told::kFailure},
+    {"zornctl help >/dev/full", 3, Told::kFailure},
+    // generate
+    {"zornctl generate man", 0},
+    {"zornctl generate bash", 0},
+    {"zornctl generate zsh", 0},
+    {"zornctl generate man --json", 0},
+    {"zornctl generate --help", 0},
+    {"zornctl generate -h", 0},
+    {"zornctl generate", 2, Told::kFailure},
+    {"zornctl generate nothing", 2, Told::kFailure},
+    {"zornctl generate man >/dev/full", 3, Told::kFailure},
+};
+
+/// Those that look for nothing and check nothing.
+const std::set<std::string> kNeverEndWith1{"help", "generate"};
+
+std::vector<std::string> WordsOf(const StatusRow& row) {
+    std::istringstream line{row.line};
+    return {std::istream_iterator<std::string>{line}, {}};
+}
+
+/// The subcommand of a row; empty if it has none.
+std::string CommandOf(const StatusRow& row) {
+    for (const auto& word : WordsOf(row)) {
+        if (FindCommand(word) != nullptr) return word;
+    }
+    return {};
+}
+
+// --- The table of commands against this one ------------------------------------------------------
+
+TEST(ExitStatus, IsInTheTableForEverySubcommand) {
+    for (const auto& command : Commands()) {
+        const std::string name{command.name};
+        std::set<int> statuses;
+        for (const auto& row : kRows) {
+            if (CommandOf(row) == name) statuses.insert(row.status);
+        }
+        std::set<int> expected{0, 1, 2, 3};
+        if (kNeverEndWith1.contains(name)) expected.erase(1);
+        EXPECT_EQ(statuses, expected) << name;
+    }
+}
+
+/// The options of the rows of a subcommand ("" for none) that end with a status.
+std::set<std::string> OptionsOf(const std::string& command, int status) {
+    std::set<std::string> options;
+    for (const auto& row : kRows) {
+        if (CommandOf(row) != command || row.status != status) continue;
+        for (const auto& word : WordsOf(row)) options.insert(word.substr(0, word.find('=')));
+    }
+    return options;
+}
+
+void ExpectOptions(const std::string& command, std::span<const OptionRow> options) {
+    const auto used = OptionsOf(command, 0);
+    for (const auto& option : options) {
+        EXPECT_TRUE(used.contains("--" + std::string{option.name})) << command << option.name;
+        if (option.letter == '\0') continue;
+        EXPECT_TRUE(used.contains(std::string{'-', option.letter})) << command << option.letter;
+    }
+}
+
+TEST(ExitStatus, IsInTheTableForEveryOption) {
+    ExpectOptions("", ProgramOptions());
+    ExpectOptions("", CommonOptions());
+    for (const auto& command : Commands()) {
+        ExpectOptions(std::string{command.name}, command.options);
+        ExpectOptions(std::string{command.name}, CommonOptions());
+        for (const auto& option : command.options) {
+            if (option.kind != ValueKind::kNumber && option.kind != ValueKind::kProcess) continue;
+            EXPECT_TRUE(
+                OptionsOf(std::string{command.name}, 2).contains("--" + std::string{option.name}))
+                << "a value that is no number: " << option.name;
+        }
+    }
+}
+
+// --- The program against this one ----------------------------------------------------------------
+
+/// A machine that has all that the rows name.
+void MakeMachine(FakeHost& host) {
+    MakeHealthy(host);
+    host.File("/log", Line(1, "a") + Line(2, "b"));
+    host.File("/var/log/tolbrin/log.zorn", Line(1, "a"));
+    host.Directory("/folder");
+    host.File("/config/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");
+    host.File("/trap/a.ini", "[zorn]\nFileDebugLevel=3\n");
+    host.Run([] {
+        OpenDebug debug;
+        debug.m_TraceLevel = 1;
+        debug.m_RingSize = 16384;
+        {
+            const RecursiveLockGuard hold{debug.Lock()};
+            ASSERT_TRUE(debug.InitRingBuffer("/ring", 16384));
+        }
+        debug.Trace(1, "line");
+        ASSERT_EQ(system("gzip -c /ring >/ring.gz && head -c 100 /ring.gz >/cut.gz"), 0);
+    });
+    host.KernelProc();  // sanitizers look at themselves there
+}
+
+void ExpectFailure(const StatusRow& row, const std::string& output, const std::string& error) {
+    EXPECT_THAT(error, MatchesRegex("zornctl: [^\n]*\n"));
+    const std::string line = row.line;
+    if (line.find("--json") == line.npos) {
+        EXPECT_EQ(output, "");
+        return;
+    }
+    const auto json = nlohmann::json::parse(output);
+    EXPECT_EQ(json["error"]["status"], row.status);
+    EXPECT_EQ(json["command"], CommandOf(row));
+}
+
+TEST(ExitStatus, IsWhatTheTableSays) {
+    FakeHost host;
+    MakeMachine(host);
+    const auto folder = std::filesystem::path{ZornctlExecutable()}.parent_path().native();
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.line);
+        auto shell = host.Start({"/bin/bash", "-c", std::string{"set -o pipefail; "} + row.line},
+                                {.environment = {{"PATH", folder + ":/usr/bin:/bin"}}});
+        EXPECT_EQ(shell.Wait(), Exited(row.status));
+        if (row.told == Told::kFailure)
+            ExpectFailure(row, shell.StandardOutput(), shell.StandardError());
+        else
+            EXPECT_EQ(shell.StandardError(), "");
+    }
+}
+
+}  // namespace
