@@ -33,9 +33,9 @@ run_target() { # TARGET LOG
         "$folder/corpus/$1" "fuzz/$1/seeds" >"$2" 2>&1
 }
 
-# The last number behind a text.
+# The last number behind a text; a dash if there is none.
 last_number() { # TEXT LOG
-    grep -aoP "$1 *\K[0-9]+" "$2" | tail -n 1
+    grep -aoP "$1 *\K[0-9]+" "$2" | tail -n 1 | grep . || echo -
 }
 
 report_target() { # TARGET
@@ -46,7 +46,8 @@ report_target() { # TARGET
         "$(find "$folder/corpus/$1" -type f | wc -l)" "$outcome"
     [[ $outcome == FOUND ]] || return 0
     failed+=("$1")
-    grep -avE '^#[0-9]+|^INFO: ' "$log" | tail -n 60
+    echo "$log:"
+    grep -aF -e 'does not hold:' -e 'runtime error:' -e 'ERROR: ' -e 'Test unit' -e " $PWD/" "$log"
 }
 
 all=()
