@@ -12,7 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 {
     build_tools=(g++:g++ cmake:cmake ninja:ninja-build nlohmann/json.hpp:nlohmann-json3-dev)
     test_tools=(gtest/gtest.h:libgtest-dev gmock/gmock.h:libgmock-dev ip:iproute2 zstd:zstd
-        mandoc:mandoc pkg-config:pkgconf systemd-analyze:systemd)
+        mandoc:mandoc pkg-config:pkgconf systemd-analyze:systemd zsh:zsh)
     check_tools=(git:git clang++:clang clang-format:clang-format clang-tidy:clang-tidy
         shellcheck:shellcheck)
 }

@@ -3,10 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+
+#include <span>
+#include <sstream>
 #include <string>
 
+#include "platform/unique_fd.h"
 #include "support/fake_host.h"
 #include "zornctl/output/escape.h"
+#include "zornctl/system/child.h"
 
 using namespace zornctl;
 using testing::HasSubstr;
@@ -133,6 +139,8 @@ TEST(BashCompletion, OffersWhatAValueIs) {
     EXPECT_THAT(BashOffers("log ''"), HasSubstr("some.log"));
     EXPECT_THAT(BashOffers("log -f so"), HasSubstr("some.log"));
     EXPECT_EQ(BashOffers("check-config --directory ''"), "some.folder\n");
+    EXPECT_EQ(BashOffers("check-config --directory ="), "some.folder\n");
+    EXPECT_EQ(BashOffers("check-config --directory = so"), "some.folder\n");
     EXPECT_EQ(BashOffers("help ri"), "ring\n");
     EXPECT_EQ(BashOffers("log -n ''"), "\n") << "a number cannot be offered";
     EXPECT_EQ(BashOffers("doctor ''"), "\n");
@@ -150,11 +158,70 @@ TEST(ZshCompletion, NamesAllThatTheTableHas) {
     EXPECT_THAT(text, Not(HasSubstr("generate)")));
 }
 
-TEST(ZshCompletion, IsCleanForZsh) {
+/// What each line becomes when a Tab is typed behind it.
+std::vector<std::string> ZshCompletes(FakeHost& host, const std::vector<std::string>& lines) {
+    host.File("/completions/_zornctl", FormatZshCompletion());
+    std::string input;
+    for (const auto& line : lines) input += line + "\n";
+    host.File("/lines", input);
+    const UniqueFd file{open(host.Path("/lines").c_str(), O_RDONLY | O_CLOEXEC)};
+    const auto zsh = RunChild({"zsh", "-f", ZORN_SOURCE_DIR "/tests/zornctl/type_and_tab.zsh",
+                               host.Path("/completions").native()},
+                              {.input = file.Get()});
+    EXPECT_EQ(zsh.error, "");
+    std::vector<std::string> completed;
+    std::istringstream output{zsh.output};
+    for (std::string line; std::getline(output, line);) {
+        completed.push_back(line.substr(0, line.find_last_not_of(' ') + 1));
+    }
+    return completed;
+}
+
+/// The line without its last letter, which zsh is to find.
+std::string Begun(const std::string& line) {
+    return line.substr(0, line.size() - 1);
+}
+
+TEST(ZshCompletion, CompletesEverySubcommandAndOption) {
+    if (!IsInstalled("zsh")) GTEST_SKIP() << "zsh is not installed";
+    std::vector<std::string> whole;
+    const auto add = [&](const std::string& front, std::span<const OptionRow> options) {
+        for (const auto& option : options) whole.push_back(front + "--" + std::string{option.name});
+    };
+    add("zornctl ", CommonOptions());
+    add("zornctl ", ProgramOptions());
+    for (const auto& command : Commands()) {
+        if (command.isHidden) continue;
+        const auto call = "zornctl " + std::string{command.name};
+        whole.push_back(call);
+        add(call + " ", command.options);
+        add(call + " ", CommonOptions());
+    }
+    std::vector<std::string> begun;
+    for (const auto& line : whole) begun.push_back(Begun(line));
+    FakeHost host;
+    EXPECT_EQ(ZshCompletes(host, begun), whole);
+}
+
+TEST(ZshCompletion, CompletesWhatAValueIs) {
     if (!IsInstalled("zsh")) GTEST_SKIP() << "zsh is not installed";
     FakeHost host;
-    host.File("/_zornctl", FormatZshCompletion());
-    EXPECT_EQ(ShellOutput(host, {"/usr/bin/zsh", "-n", "/_zornctl"}), "");
+    host.File("/data/some.log", "");
+    host.Directory("/data/some.folder");
+    const auto data = host.Path("/data").native();
+    const std::vector<std::string> whole{
+        "zornctl log " + data + "/some.log",
+        "zornctl ring -f " + data + "/some.log",
+        "zornctl check-config --directory " + data + "/some.folder/",
+        "zornctl help ring",
+        "zornctl generate",
+    };
+    std::vector<std::string> begun{Begun(whole[0]), Begun(whole[1]),
+                                   "zornctl check-config --directory " + data + "/so",
+                                   Begun(whole[3]), Begun(whole[4])};
+    auto expected = whole;
+    expected.back() = begun.back();  // which is hidden
+    EXPECT_EQ(ZshCompletes(host, begun), expected);
 }
 
 }  // namespace

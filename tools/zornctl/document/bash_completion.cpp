@@ -74,6 +74,9 @@ std::string FormatBashCompletion() {
         "_zornctl() {\n"
         "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} command='' "
         "options each\n"
+        "    # Bash takes --name=value for three words.\n"
+        "    [[ $word != = ]] || word=''\n"
+        "    [[ $before != = ]] || before=${COMP_WORDS[COMP_CWORD-2]}\n"
         "    local commands='" +
         CommandWords() +
         "'\n"
