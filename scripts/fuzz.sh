@@ -26,10 +26,11 @@ longest_seed() { # TARGET
 }
 
 run_target() { # TARGET LOG
+    local options=(-runs="$runs" -max_total_time="$seconds" -timeout="$most_seconds")
+    options+=(-max_len="$(longest_seed "$1")" -artifact_prefix="$folder/findings/$1/")
+    [[ ! -e fuzz/$1/dictionary ]] || options+=(-dict="fuzz/$1/dictionary")
     mkdir -p "$folder/corpus/$1" "$folder/findings/$1"
-    UBSAN_OPTIONS=print_stacktrace=1 "$folder/bin/$1_fuzz" -runs="$runs" -max_total_time="$seconds" \
-        -max_len="$(longest_seed "$1")" -dict="fuzz/$1/dictionary" -timeout="$most_seconds" \
-        -artifact_prefix="$folder/findings/$1/" -print_final_stats=1 \
+    UBSAN_OPTIONS=print_stacktrace=1 "$folder/bin/$1_fuzz" "${options[@]}" -print_final_stats=1 \
         "$folder/corpus/$1" "fuzz/$1/seeds" >"$2" 2>&1
 }
 
@@ -47,7 +48,8 @@ report_target() { # TARGET
     [[ $outcome == FOUND ]] || return 0
     failed+=("$1")
     echo "$log:"
-    grep -aF -e 'does not hold:' -e 'runtime error:' -e 'ERROR: ' -e 'Test unit' -e " $PWD/" "$log"
+    grep -aF -e 'does not hold:' -e 'runtime error:' -e 'ERROR: ' -e 'Test unit' -e " $PWD/" "$log" ||
+        cat "$log"
 }
 
 all=()
