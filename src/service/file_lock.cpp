@@ -16,6 +16,8 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/open_file.h"
+#include "platform/retry_interrupted.h"
 #include "platform/unique_fd.h"
 #include "trace/no_cancellation.h"
 #include "trace/trace.h"
@@ -59,20 +61,10 @@ enum class Attempt {
     kFailed,       ///< traced
 };
 
-template <typename Call>
-int RetryInterrupted(Call call) {
-    int result;
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
-    return result;
-}
-
 /// A regular file of that name, made if it is missing; empty, and traced, if there is none. What
 /// stands there instead must neither block the service nor become its terminal.
 UniqueFd OpenLockFile(const char* path) {
-    const int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-    UniqueFd file{RetryInterrupted([&] { return open(path, flags, kFileMode); })};
+    UniqueFd file = OpenFd(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, kFileMode);
     struct stat status {};
     if (!file || fstat(file.Get(), &status) != 0) {
         TRACE(1, "\nCFileLock           : ## ERROR! Cannot open lock file %s (errno=%d: %s)\n",

@@ -1,12 +1,23 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 
-/// Closes a stream; the result of `fclose` is dropped: what matters was flushed before.
+#include "trace/no_cancellation.h"
+
+/// Closes a stream; the result of `fclose` is dropped: what matters was flushed before. Neither
+/// changes `errno` (a failure is reported after its handles are gone) nor lets a cancellation of
+/// the thread through.
 struct FileCloser {
-    void operator()(FILE* file) const noexcept { (void)fclose(file); }
+    void operator()(FILE* file) const noexcept {
+        const NoCancellation untilClosed;
+        const int error = errno;
+        (void)fclose(file);
+        errno = error;
+    }
 };
 
-/// A stream that is closed with its owner; may be empty.
+/// A stream that is closed with its owner; may be empty. Here because the trace needs it too; what
+/// opens one stands in platform/open_file.h.
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
