@@ -192,6 +192,8 @@ class ZORN_API CDebug : public CDebugTraceConfig {
         __attribute__((format(printf, 2, 0))) REQUIRES(m_Lock);
     void AppendToRing(char* line, size_t length) REQUIRES(m_Lock);
     [[nodiscard]] bool FitsRing(size_t length) const REQUIRES(m_Lock);
+    void StoreInRing(const char* line, size_t length) REQUIRES(m_Lock);
+    void ContinueRingAt(uint64_t offset) REQUIRES(m_Lock);
     void WrapRing() REQUIRES(m_Lock);
     void CloseRing() REQUIRES(m_Lock);
     void SwapRings();

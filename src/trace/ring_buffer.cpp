@@ -9,6 +9,11 @@
 // its last line left. Where a line and the mark do not fit any more, the rest is filled with dots,
 // the header is written anew and the pass starts again at m_RingStart.
 //
+// The process may be killed between any two stores, and the reader goes by the mark. So a mark
+// gives way last: to the first 16 bytes of a line when the rest of it and its own mark stand, and
+// at the end of a pass to the dots when the new pass has a mark. For that moment there are two,
+// never none.
+//
 // The header must never reach the ring proper, however long the environment's values are: its lines
 // have a limit of their own, and those beyond it are left out.
 
@@ -17,6 +22,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -67,6 +73,11 @@ bool IsOneShellWord(std::string_view path) {
 size_t CutText(char* text, std::string_view words) {
     memcpy(text + kTextSize, words.data(), words.size());
     return kTextSize + words.size();
+}
+
+/// Keeps the compiler from moving stores across. The processor makes them in their order.
+void KeepOrderOfStores() {
+    std::atomic_signal_fence(std::memory_order_acq_rel);
 }
 
 struct Free {
@@ -127,8 +138,9 @@ bool CDebug::InitRingBuffer(const char* path, size_t len) {
     }
     if (!MapRing(path, len)) return false;
     m_TraceTarget = kTargetRing;
+    ContinueRingAt(m_RingPos);
     PrintRingHeader(m_RingSize - kHeaderGap);
-    m_RingPos = DownToBlock(m_RingPos + kHeaderGap);
+    ContinueRingAt(DownToBlock(m_RingPos + kHeaderGap));
     PrintTo(kTargetRing, "\n### Begin of RingBuffer. ###");
     m_RingStart = m_RingPos;
     PrintTo(kTargetRing, "\n### Start of initialization. ###");
@@ -234,19 +246,39 @@ void CDebug::AppendToRing(char* line, size_t length) {
             line[length - 1] = '\n';
         }
     }
-    memcpy(m_RingBase + m_RingPos, line, length);
+    StoreInRing(line, length);
+}
+
+/// Puts a line in place of the end mark at `m_RingPos`, and the mark behind it.
+void CDebug::StoreInRing(const char* line, size_t length) {
+    char* const place = m_RingBase + m_RingPos;
+    const size_t atMark = std::min<size_t>(length, m_EndMarkLength);
+    memcpy(place + atMark, line + atMark, length - atMark);
+    memcpy(place + length, m_EndMark, m_EndMarkLength);
+    KeepOrderOfStores();
+    memcpy(place, line, atMark);
     m_RingPos += length;
-    memcpy(m_RingBase + m_RingPos, m_EndMark, m_EndMarkLength);
+}
+
+/// The next line is to be stored there: a mark stands wherever one may be.
+void CDebug::ContinueRingAt(uint64_t offset) {
+    m_RingPos = offset;
+    memcpy(m_RingBase + offset, m_EndMark, m_EndMarkLength);
+    KeepOrderOfStores();
 }
 
 /// Goes back to the beginning of the ring proper; the header is written anew on the way.
 void CDebug::WrapRing() {
     const NoCancellation atOnce;
-    memset(m_RingBase + m_RingPos, '.', m_RingSize - m_RingPos);
+    char* const endOfPass = m_RingBase + m_RingPos;
+    const uint64_t rest = m_RingSize - m_RingPos;
+    const uint64_t atMark = std::min(rest, m_EndMarkLength);
+    memset(endOfPass + atMark, '.', rest - atMark);
     m_RingWrapCount += 1;
-    m_RingPos = 0;
+    ContinueRingAt(0);
     PrintRingHeader(DownToBlock(m_RingStart - 1));
-    m_RingPos = m_RingStart;
+    ContinueRingAt(m_RingStart);
+    memset(endOfPass, '.', atMark);
 }
 
 /// Closes and compresses the start-up ring and begins the running one.

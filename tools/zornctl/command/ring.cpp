@@ -1,4 +1,4 @@
-// A writer that stores into a mapping raises no event, so a running ring is asked several times a
+// A writer that stores into a mapping raises no event, so a running ring is asked many times a
 // second whether its end mark still stands where it stood: the next line overwrites it, and so does
 // a wrap.
 
@@ -20,7 +20,7 @@ namespace {
 constexpr const char* kNoMarkNote =
     "no end mark: the order comes from the time stamps, and the newest line may be mixed with an "
     "older one";
-/// Between a line and its mark a running ring has none: that lasts less than reading it again.
+/// The mark of a running ring may move to where the file was read already: it is read again.
 constexpr int kTries = 3;
 
 /// A ring file and where its mark stood when it was read last.
@@ -82,7 +82,7 @@ ExitStatus RunRing(const Arguments& arguments, Output& output) {
     const auto path = *arguments.Operand();
     RingFile ring{path, arguments.Has("follow")};
     const TraceSource source{path, [&] { return ring.Read(); }, "ring file",
-                             std::chrono::milliseconds{250}, [&] { return ring.HasChanged(); }};
+                             std::chrono::milliseconds{50}, [&] { return ring.HasChanged(); }};
     return ShowTrace(source, arguments, output);
 }
 

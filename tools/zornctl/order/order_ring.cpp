@@ -4,17 +4,17 @@
 //     dots
 //
 // 1. The begin line stands at a multiple of 1,024. The header ends with its last line. Where that
-// is
-//    not in front of the first mark, a wrap was interrupted: behind the mark go on the lines of the
-//    former header.
+//    is not in front of the first mark, a wrap was interrupted: behind the mark go on the lines of
+//    the former header.
 // 2. A file that ends with a block as it was made is in its first pass: nothing older is there.
-// What
-//    was never written is found from the end, block by block.
+//    What was never written is found from the end, block by block.
 // 3. The mark of the newest line stands at the beginning of a line. A text may hold such a line
-// too:
-//    the right one has the largest step back in time behind it, or no time at all.
-// 4. Without a mark (a writer killed between two stores of a line, or in a wrap) the time stamps
-//    tell alone (FindPassEnd).
+//    too: the right one has the largest step back in time behind it, or no time at all.
+// 4. A writer that was killed within a line has left that line behind the mark without its first 16
+//    bytes, and perhaps a mark behind it. One that was killed at the end of a wrap has left a mark
+//    at the very beginning of the lines, and perhaps that of the former pass at their end.
+// 5. Without a mark (a file that was read while it was written, or lost a part with the machine)
+//    the time stamps tell alone (FindPassEnd).
 
 #include "zornctl/order/order_ring.h"
 
@@ -90,7 +90,12 @@ std::string_view WithoutDots(std::string_view text) {
 /// Goes over the lines of the ring proper and keeps the mark that most speaks for.
 class MarkSearch {
   public:
-    void TakeMark(size_t at) { m_Pending = at; }
+    /// `behind` is what follows the mark. A line in the making has a mark behind it, too: that one
+    /// does not count.
+    void TakeMark(size_t at, std::string_view behind) {
+        if (!m_IsBeforeRest) m_Pending = at;
+        m_IsBeforeRest = m_IsBeforeRest || IsRestOfPrefix(behind);
+    }
 
     void TakeTime(int64_t time) {
         if (m_Former)
@@ -112,9 +117,11 @@ class MarkSearch {
             m_Weight = weight;
         }
         m_Pending.reset();
+        m_IsBeforeRest = false;
     }
 
     std::optional<size_t> m_Pending;  ///< the last mark since the last time
+    bool m_IsBeforeRest = false;      ///< and behind it begins the rest of a line
     std::optional<int64_t> m_Former;
     std::optional<size_t> m_Best;
     int64_t m_Weight = 0;
@@ -132,11 +139,12 @@ bool IsMark(std::string_view line) {
 }
 
 std::optional<size_t> FindMark(std::string_view text) {
+    if (text.starts_with(kEndMark)) return 0;
     MarkSearch search;
     for (auto rest = text; !rest.empty();) {
         const size_t at = text.size() - rest.size();
         const auto line = TakeLine(rest);
-        if (IsMark(line)) search.TakeMark(at);
+        if (IsMark(line)) search.TakeMark(at, rest);
         if (const auto time = StampMilliseconds(StampOf(line))) search.TakeTime(*time);
     }
     return search.Best();
@@ -169,22 +177,53 @@ size_t FindTornLine(std::string_view text) {
     return StampOf(text.substr(line)).empty() ? line : text.size();
 }
 
+/// The size of the line in the making that `text`, what stands behind the mark, begins with. Only a
+/// mark behind it tells it from the rest of an overwritten line: 0 if there is none.
+size_t SizeOfLineInTheMaking(std::string_view text) {
+    if (!IsRestOfPrefix(text)) return 0;
+    for (auto rest = text; !rest.empty();) {
+        const size_t at = text.size() - rest.size();
+        const auto line = TakeLine(rest);
+        if (line == kEndMark) return at;
+        if (!StampOf(line).empty()) return 0;
+    }
+    return 0;
+}
+
+/// The lines of a ring proper in which a mark stands. In the first pass nothing older is behind it,
+/// but perhaps a part of a line in the making.
+void AddMarkedPasses(RingOrder& order, std::string_view lines, bool isFirstPass) {
+    const auto newest = lines.substr(0, *order.mark);
+    const auto behind = lines.substr(*order.mark + kEndMark.size());
+    size_t made = SizeOfLineInTheMaking(behind);
+    auto older = isFirstPass ? std::string_view{} : behind;
+    if (made != 0) older = behind.substr(made + kEndMark.size());
+    if (made == 0 && isFirstPass) made = behind.find('\n');
+    if (newest.empty() && older.ends_with(kEndMark)) older.remove_suffix(kEndMark.size());
+    Add(order, {TracePart::kOlder, older, true});
+    Add(order, {TracePart::kNewest, newest});
+    Add(order, {TracePart::kNewest, behind.substr(0, made), true});
+}
+
+/// The same where there is none.
+void AddUnmarkedPasses(RingOrder& order, std::string_view lines, bool isFirstPass) {
+    const PassEnd end = isFirstPass ? PassEnd{lines.size(), false} : FindPassEnd(lines);
+    const size_t torn = end.at == lines.size() ? FindTornLine(lines) : end.at;
+    Add(order, {TracePart::kOlder, lines.substr(end.at), end.isCut});
+    Add(order, {TracePart::kNewest, lines.substr(0, torn)});
+    Add(order, {TracePart::kNewest, lines.substr(torn, end.at - torn), true});
+}
+
 /// `text` is what stands behind the begin line.
 void AddPasses(RingOrder& order, std::string_view text) {
     const auto written = WithoutBlocks(text);
     const bool isFirstPass = written.size() != text.size();
     const auto lines = WithoutDots(written);
     order.mark = FindMark(lines);
-    PassEnd end{lines.size(), false};
     if (order.mark)
-        end = {*order.mark, true};
-    else if (!isFirstPass)
-        end = FindPassEnd(lines);
-    const size_t torn = end.at == lines.size() ? FindTornLine(lines) : end.at;
-    const size_t older = order.mark ? *order.mark + kEndMark.size() : end.at;
-    Add(order, {TracePart::kOlder, lines.substr(older), end.isCut});
-    Add(order, {TracePart::kNewest, lines.substr(0, torn)});
-    Add(order, {TracePart::kNewest, lines.substr(torn, end.at - torn), true});
+        AddMarkedPasses(order, lines, isFirstPass);
+    else
+        AddUnmarkedPasses(order, lines, isFirstPass);
 }
 
 }  // namespace

@@ -15,9 +15,9 @@ struct RingOrder {
     /// empty. The header comes in two pieces where its rewriting was interrupted: new lines, then
     /// those of the former header.
     std::vector<TracePiece> pieces;
-    /// Where the end mark behind the newest line stands. Empty: there is none, because the writer
-    /// was killed within a line or a wrap; the order then comes from the time stamps, and the
-    /// newest line may be mixed with an older one.
+    /// Where the end mark behind the newest whole line stands. Empty: there is none, because the
+    /// file was read while it was written, or lost a part with the machine; the order then comes
+    /// from the time stamps, and the newest line may be mixed with an older one.
     std::optional<size_t> mark;
 };
 
