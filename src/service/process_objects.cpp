@@ -8,6 +8,8 @@
 #include "platform/event.h"
 #include "platform/name_table.h"
 #include "platform/semaphore.h"
+#include "registry/disposal.h"
+#include "registry/registry.h"
 #include "trace/debug.h"
 #include "trace/recursive_lock.h"
 
@@ -15,4 +17,15 @@ CDebug Debug;
 CEvent g_ExitEvent{false, true, nullptr};
 CRecursiveLock g_EventLock;
 CNameTable g_EventTable;
+RetiredKeys g_RetiredKeys;
+CRecursiveLock CRegistry::MRegistryLock;
+CRegistryNode CRegistry::MRoot;
+std::atomic<bool> CRegistry::MIsDirty{false};
+std::atomic<bool> CRegistry::MIsSetup{false};
+std::string CRegistry::MPRegistry;
+std::string CRegistry::MPRegistryOld;
+std::string CRegistry::MPRegistryTemp;
+std::string CRegistry::MPRegistryDefault;
+CRegistryNode* CRegistry::MHives[kRegistryHives];
+bool CRegistry::MIsFileGood = false;
 CNameTable g_SemaphoreTable;

@@ -21,3 +21,9 @@ struct FileCloser {
 /// A stream that is closed with its owner; may be empty. Here because the trace needs it too; what
 /// opens one stands in platform/open_file.h.
 using UniqueFile = std::unique_ptr<FILE, FileCloser>;
+
+/// Closes the stream. False if that failed, which may mean that what was written is lost; `errno`
+/// tells why.
+[[nodiscard]] inline bool CloseFile(UniqueFile& file) {
+    return fclose(file.release()) == 0;
+}

@@ -1,0 +1,284 @@
+// A node ends with an empty line, so a file is a tree in the order of its lines. The open keys are a list
+// of levels; what has been read of them stands in one list of items, each key's behind those of the key
+// above it. At the end of a key its items are sorted and become its table; the key is then an item of the
+// level above.
+//
+// A later item takes the place of an earlier one with the same name. For values that is done when the
+// items are sorted. A subkey goes at once, since what is below it is traced as it goes; it need not be
+// looked for as long as subkeys come in the order of their names behind the values, as files written
+// here have them.
+//
+// The key that is read into may be in use: it is changed under its lock, and what it has already is
+// replaced at once.
+
+#include "registry/node_reader.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+
+bool IsBefore(const NameTableEntry& one, const NameTableEntry& other) {
+    return strcmp(one.Name, other.Name) < 0;
+}
+
+std::unique_ptr<char[]> Copy(std::string_view text) {
+    auto copy = std::make_unique_for_overwrite<char[]>(text.size() + 1);
+    memcpy(copy.get(), text.data(), text.size());
+    copy[text.size()] = '\0';
+    return copy;
+}
+
+int HexDigit(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    return -1;
+}
+
+/// Takes one number off the front of `text`. False if there is none.
+bool TakeByte(const char*& text, char& byte) {
+    const int high = HexDigit(text[0]);
+    const int low = high < 0 ? -1 : HexDigit(text[1]);
+    if (low >= 0 && text[2] == ' ') {  // as it is written here
+        byte = static_cast<char>(high * 16 + low);
+        text += 3;
+        return true;
+    }
+    char* end = nullptr;
+    const long number = strtol(text, &end, 16);
+    if (end == text) return false;
+    byte = static_cast<char>(number);
+    text = end;
+    return true;
+}
+
+std::unique_ptr<char[]> ParseBinary(const char* text) {
+    uint32_t count = 0;
+    // A number takes two characters at least, but for the first.
+    auto block = std::make_unique_for_overwrite<char[]>(sizeof count + strlen(text) / 2 + 1);
+    while (TakeByte(text, block[sizeof count + count])) ++count;
+    memcpy(block.get(), &count, sizeof count);
+    return block;
+}
+
+void DropItem(const NameTableEntry& item) {
+    delete[] item.Name;
+    DisposeValue({item.Value, item.Type});
+}
+
+}  // namespace
+
+NodeReader::NodeReader(CRegistryNode& top, FILE* file) : m_Top(top), m_Lines(file) {
+    m_Levels.emplace_back();
+}
+
+NodeReader::~NodeReader() {
+    DropItems(0);
+}
+
+unsigned NodeReader::Read() {
+    Line line{};
+    while (m_Lines.Next(line)) {
+        try {
+            if (line.length != 0) {
+                TakeLine(line);
+            } else if (m_Levels.size() > 1) {
+                EndKey();
+            } else {
+                break;
+            }
+        } catch (const std::bad_alloc&) {
+            continue;  // this line is lost, not the file
+        }
+    }
+    try {
+        while (m_Levels.size() > 1) EndKey();
+        MergeIntoTop();
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return m_Levels.front().hasValues ? 1 : 0;
+}
+
+void NodeReader::TakeLine(const Line& line) {
+    const auto* const end =
+        static_cast<char*>(line.text[0] == '[' ? memchr(line.text, ']', line.length) : nullptr);
+    if (end != nullptr) {
+        BeginKey({line.text + 1, end});
+        return;
+    }
+    const auto* const tag = static_cast<char*>(memchr(line.text, '=', line.length));
+    if (tag != nullptr) TakeValue({line.text, tag}, tag);
+}
+
+void NodeReader::BeginKey(std::string_view name) {
+    Level level;
+    level.key = std::make_unique<RegistryKey>();
+    level.name = Copy(name);
+    level.begin = m_Items.size();
+    m_Levels.push_back(std::move(level));
+}
+
+void NodeReader::EndKey() {
+    Level level = std::move(m_Levels.back());
+    m_Levels.pop_back();
+    if (level.hasValues) m_Levels.back().hasValues = true;
+    (void)level.key->Exchange(TakeTable(level));
+    Store(std::move(level.name), std::move(level.key), kRegistrySubkey);
+}
+
+void NodeReader::TakeValue(std::string_view name, const char* tag) {
+    if (strncmp(tag, "=s=", 3) == 0) {
+        Store(Copy(name), Copy(tag + 3), kRegistryString);
+    } else if (strncmp(tag, "=es=", 4) == 0) {
+        Store(Copy(name), Copy(tag + 4), kRegistryExpandString);
+    } else if (strncmp(tag, "=d=", 3) == 0) {
+        char* end = nullptr;
+        const auto number = static_cast<uint32_t>(strtol(tag + 3, &end, 10));
+        if (end != tag + 3) Store(Copy(name), uint64_t{number}, kRegistryDoubleWord);
+    } else if (strncmp(tag, "=b=", 3) == 0) {
+        Store(Copy(name), ParseBinary(tag + 3), kRegistryBinary);
+    } else {
+        return;
+    }
+    m_Levels.back().hasValues = true;  // also by a number without a digit
+}
+
+template <typename Owner>
+void NodeReader::Store(std::unique_ptr<char[]> name, Owner owner, uint64_t type) {
+    Store(std::move(name), reinterpret_cast<uint64_t>(owner.get()), type);
+    (void)owner.release();
+}
+
+/// Throws `std::bad_alloc` before anything has changed.
+void NodeReader::Store(std::unique_ptr<char[]> name, uint64_t value, uint64_t type) {
+    if (m_Levels.size() == 1 && ReplaceInTop(name.get(), value, type)) return;
+    if (m_Items.size() == m_Items.capacity())
+        m_Items.reserve(std::max<size_t>(64, 2 * m_Items.size()));
+    Level& level = m_Levels.back();
+    const NameTableEntry item{name.get(), value, type};
+    const bool isKey = type == kRegistrySubkey;
+    const size_t former = isKey                          ? level.lastKey
+                          : m_Items.size() > level.begin ? m_Items.size() - 1
+                                                         : kNone;
+    const bool isNext = former == kNone || IsBefore(m_Items[former], item);
+    if (level.lastKey != kNone && (level.keys != nullptr || !isKey || !isNext)) {
+        DisposeFormerKey(item.Name, isKey);
+    }
+    if (!isNext || (!isKey && level.lastKey != kNone)) level.isSorted = false;
+    if (isKey) {
+        level.lastKey = m_Items.size();
+        if (level.firstKey == kNone) level.firstKey = level.lastKey;
+    }
+    m_Items.push_back(item);
+    (void)name.release();
+}
+
+bool NodeReader::ReplaceInTop(const char* name, uint64_t value, uint64_t type) {
+    OldValue old;
+    {
+        const RecursiveLockGuard hold{m_Top.Lock()};
+        NameTableEntry* const entry = m_Top.Find(name);
+        if (entry == nullptr) return false;
+        old = Replace(*entry, value, type);
+    }
+    DisposeValue(old);
+    return true;
+}
+
+/// Makes way for an item that is the next to be stored.
+void NodeReader::DisposeFormerKey(const char* name, bool isKey) {
+    NameIndex& keys = KeysOf(m_Levels.back());
+    const auto former = keys.find(name);
+    if (former == keys.end()) {
+        if (isKey) keys.emplace(name, m_Items.size());
+        return;
+    }
+    const OldValue old = Replace(m_Items[former->second], 0, kRegistrySubkey);
+    if (isKey) {
+        former->second = m_Items.size();
+    } else {
+        keys.erase(former);
+    }
+    DisposeValue(old);
+}
+
+NodeReader::NameIndex& NodeReader::KeysOf(Level& level) {
+    if (level.keys != nullptr) return *level.keys;
+    auto keys = std::make_unique<NameIndex>();
+    for (size_t i = level.firstKey; i < m_Items.size(); ++i) {
+        if (IsKey(m_Items[i])) keys->emplace(m_Items[i].Name, i);
+    }
+    level.keys = std::move(keys);
+    return *level.keys;
+}
+
+/// Sorts the items of a level and drops those that a later one overrides.
+void NodeReader::Sort(const Level& level) {
+    const auto begin = m_Items.begin() + static_cast<ptrdiff_t>(level.begin);
+    if (!level.isSorted) {
+        std::stable_sort(begin, m_Items.end(), IsBefore);
+    } else if (level.firstKey != kNone) {
+        const auto middle = m_Items.begin() + static_cast<ptrdiff_t>(level.firstKey);
+        std::inplace_merge(begin, middle, m_Items.end(), IsBefore);
+    } else {
+        return;
+    }
+    auto to = begin;
+    for (auto at = begin; at != m_Items.end(); ++at) {
+        const bool isLast = at + 1 == m_Items.end() || IsBefore(*at, *(at + 1));
+        if (isLast) {
+            *to++ = *at;
+        } else {
+            DropItem(*at);
+        }
+    }
+    m_Items.erase(to, m_Items.end());
+}
+
+CRegistryNode::Table NodeReader::TakeTable(const Level& level) {
+    Sort(level);
+    CRegistryNode::Table table;
+    const size_t size = m_Items.size() - level.begin;
+    if (size == 0) return table;
+    try {
+        table.entries = new NameTableEntry[size];
+    } catch (const std::bad_alloc&) {
+        DropItems(level.begin);
+        throw;
+    }
+    std::copy(m_Items.end() - static_cast<ptrdiff_t>(size), m_Items.end(), table.entries);
+    m_Items.resize(level.begin);
+    table.capacity = table.size = static_cast<int32_t>(size);
+    return table;
+}
+
+void NodeReader::MergeIntoTop() {
+    const RecursiveLockGuard hold{m_Top.Lock()};
+    const auto there = m_Top.Entries();
+    if (there.empty()) {
+        delete[] m_Top.Exchange(TakeTable(m_Levels.front())).entries;
+        return;
+    }
+    Sort(m_Levels.front());
+    // Somebody else may have set one of the names while the file was read.
+    std::erase_if(m_Items, [this](const NameTableEntry& item) {
+        if (!ReplaceInTop(item.Name, item.Value, item.Type)) return false;
+        delete[] item.Name;
+        return true;
+    });
+    if (m_Items.empty()) return;
+    const size_t size = there.size() + m_Items.size();
+    auto merged = std::make_unique_for_overwrite<NameTableEntry[]>(size);
+    std::merge(there.begin(), there.end(), m_Items.begin(), m_Items.end(), merged.get(), IsBefore);
+    m_Items.clear();
+    const auto count = static_cast<int32_t>(size);
+    delete[] m_Top.Exchange({merged.release(), count, count}).entries;
+}
+
+void NodeReader::DropItems(size_t begin) {
+    for (size_t i = begin; i < m_Items.size(); ++i) DropItem(m_Items[i]);
+    m_Items.resize(begin);
+}
