@@ -79,19 +79,39 @@ TheExamplesBuildWithFindPackage() {
     "$CMAKE" --build "$build/build"
 }
 
-AModuleBuildsWithPkgConfig() {
+# The page's code blocks of a language that hold a text.
+blocks() { # LANGUAGE TEXT
+    awk -v fence="\`\`\`$1" -v text="$2" '
+        /^```/ { if (inside && index(block, text)) printf "%s", block; inside = $0 == fence; block = ""; next }
+        inside { block = block $0 "\n" }' "$STAGE/usr/share/doc/zorn/docs/modules.md"
+}
+
+exports_its_entry() { # LIBRARY
+    nm -D --defined-only "$1" | grep -q ' ZornModuleEntry$' || fail "$1 does not export its entry"
+}
+
+TheModuleOfTheManualBuildsWithPkgConfig() {
     need pkg-config
-    local build libs
+    local build
     build=$(scratch pkg-config)
-    export PKG_CONFIG_PATH=$STAGE/usr/share/pkgconfig
-    read -ra cflags < <(pkg-config --cflags zorn)
-    read -ra libs < <(pkg-config --libs zorn)
-    local examples
-    examples=$(pkg-config --variable=examplesdir zorn)
-    "$CXX" "${cflags[@]}" -I"$examples" "$examples/machine_report/machine_report.cpp" "${libs[@]}" \
-        -o "$build/machine_report.so"
-    nm -D --defined-only "$build/machine_report.so" | grep -q ' ZornModuleEntry$' ||
-        fail 'the module does not export its entry'
+    blocks cpp ZornModuleEntry >"$build/heartbeat.cpp"
+    blocks sh pkg-config >"$build/build.sh"
+    (cd "$build" && PKG_CONFIG_PATH=$STAGE/usr/share/pkgconfig bash -e build.sh)
+    exports_its_entry "$build/heartbeat.so"
+}
+
+TheModuleOfTheManualBuildsWithFindPackage() {
+    local build
+    build=$(scratch find-package)
+    blocks cpp ZornModuleEntry >"$build/heartbeat.cpp"
+    {
+        printf 'cmake_minimum_required(VERSION 3.25)\nproject(heartbeat LANGUAGES CXX)\n'
+        blocks cmake find_package
+    } >"$build/CMakeLists.txt"
+    "$CMAKE" -S "$build" -B "$build/build" -G Ninja -DCMAKE_CXX_COMPILER="$CXX" \
+        -DCMAKE_PREFIX_PATH="$STAGE/usr"
+    "$CMAKE" --build "$build/build"
+    exports_its_entry "$build/build/heartbeat.so"
 }
 
 # The whole of it: the daemon in its place, with the packaged settings, finds the example module host by

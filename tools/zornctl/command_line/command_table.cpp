@@ -137,6 +137,7 @@ constexpr std::array kFileRows{
     ManualRow{"/opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig/*.ini",
               "settings of the trace"},
     ManualRow{"/opt/Corvanthimex/lib64/libswitch.so", "module host"},
+    ManualRow{"/usr/share/doc/zorn/docs/zornctl-json.md", "what --json writes, key by key"},
 };
 
 constexpr std::array kExampleRows{
