@@ -8,6 +8,17 @@
 #include <functional>
 #include <utility>
 
+/// The address sanitizer does not see frames go that a cancellation unwinds, and would take their
+/// guard bytes for those of whatever comes to stand there. For the outermost frame of a thread that
+/// may be cancelled.
+struct FrameSweeper {
+    ~FrameSweeper() {
+        constexpr size_t kDepth = 64 * 1024;
+        char here = 0;
+        ASAN_UNPOISON_MEMORY_REGION(&here - kDepth, kDepth);
+    }
+};
+
 /// A thread that is cancelled, by itself or by the test.
 ///
 ///     Victim victim{[&] { (void)event.Wait(kWaitForever, false); }};
@@ -33,16 +44,6 @@ class Victim {
     }
 
   private:
-    /// The address sanitizer does not see frames go that a cancellation unwinds, and would take their
-    /// guard bytes for those of whatever comes to stand there.
-    struct FrameSweeper {
-        ~FrameSweeper() {
-            constexpr size_t kDepth = 64 * 1024;
-            char here = 0;
-            ASAN_UNPOISON_MEMORY_REGION(&here - kDepth, kDepth);
-        }
-    };
-
     static void* Run(void* self) {
         const FrameSweeper sweeper;
         static_cast<Victim*>(self)->m_Body();

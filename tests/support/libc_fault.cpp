@@ -127,6 +127,11 @@ extern "C" {
                      (ZORN_LIBC_P(name, 0, a), ZORN_LIBC_P(name, 1, b), ZORN_LIBC_P(name, 2, c), \
                       ZORN_LIBC_P(name, 3, d)),                                                  \
                      (a, b, c, d))
+#define ZORN_LIBC_DEFINE_5(name)                                                                 \
+    ZORN_LIBC_DEFINE(name,                                                                       \
+                     (ZORN_LIBC_P(name, 0, a), ZORN_LIBC_P(name, 1, b), ZORN_LIBC_P(name, 2, c), \
+                      ZORN_LIBC_P(name, 3, d), ZORN_LIBC_P(name, 4, e)),                         \
+                     (a, b, c, d, e))
 #define ZORN_LIBC_DEFINE_6(name)                                                                  \
     ZORN_LIBC_DEFINE(name,                                                                        \
                      (ZORN_LIBC_P(name, 0, a), ZORN_LIBC_P(name, 1, b), ZORN_LIBC_P(name, 2, c),  \
@@ -207,6 +212,10 @@ ZORN_HIDDEN size_t __fread_chk(void* buffer, size_t, size_t size, size_t count, 
 
 ZORN_HIDDEN ssize_t __readlink_chk(const char* path, char* buffer, size_t size, size_t) {
     return readlink(path, buffer, size);
+}
+
+ZORN_HIDDEN char* __getcwd_chk(char* buffer, size_t size, size_t) noexcept {
+    return getcwd(buffer, size);
 }
 
 ZORN_HIDDEN ssize_t __recv_chk(int fd, void* buffer, size_t size, size_t, int flags) {
