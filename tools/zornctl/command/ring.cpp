@@ -20,7 +20,7 @@ namespace {
 constexpr const char* kNoMarkNote =
     "no end mark: the order comes from the time stamps, and the newest line may be mixed with an "
     "older one";
-/// The mark of a running ring may move to where the file was read already: it is read again.
+/// While a running ring is read, its mark may move on, and what was read be of two moments.
 constexpr int kTries = 3;
 
 /// A ring file and where its mark stood when it was read last.
@@ -29,16 +29,13 @@ class RingFile {
     RingFile(std::string path, bool follows) : m_Path(std::move(path)), m_Follows(follows) {}
 
     std::unique_ptr<TraceLook> Read() {
-        std::unique_ptr<TraceLook> look;
-        m_Mark.reset();
-        for (int i = 0; i < kTries && !m_Mark; ++i) {
-            look = ReadOnce();
-            if (!look) return nullptr;
-        }
+        auto look = ReadOnce();
+        for (int i = 1; look && i < kTries && HasChanged(); ++i) look = ReadOnce();
         return look;
     }
 
     [[nodiscard]] bool HasChanged() const {
+        if (m_IsCompressed) return false;
         const UniqueFd file{open(m_Path.c_str(), O_RDONLY | O_CLOEXEC)};
         std::array<char, kEndMark.size()> bytes{};
         if (!file || !m_Mark) return true;
@@ -50,6 +47,7 @@ class RingFile {
 
   private:
     std::unique_ptr<TraceLook> ReadOnce() {
+        m_Mark.reset();
         auto look = std::make_unique<TraceLook>();
         look->file = ReadText();
         const auto order = OrderRing(look->file);
@@ -63,9 +61,10 @@ class RingFile {
         return look;
     }
 
-    [[nodiscard]] std::string ReadText() const {
+    [[nodiscard]] std::string ReadText() {
         auto text = ReadWholeFile(m_Path, kLargestRing);
-        if (!IsCompressed(text)) return text;
+        m_IsCompressed = IsCompressed(text);
+        if (!m_IsCompressed) return text;
         if (!m_Follows) return Uncompress(m_Path, kLargestRing);
         throw Failure{ExitStatus::kWrongUse, m_Path, "is compressed: nothing more will follow",
                       "leave out --follow"};
@@ -73,6 +72,7 @@ class RingFile {
 
     std::string m_Path;
     bool m_Follows;
+    bool m_IsCompressed = false;
     std::optional<size_t> m_Mark;
 };
 
