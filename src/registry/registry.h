@@ -10,6 +10,8 @@
 #include "trace/api.h"
 #include "trace/recursive_lock.h"
 
+struct RegistryFiles;
+
 /// The hives, by their place in `CRegistry::MHives`.
 inline constexpr int kRegistryHives = 5;
 inline constexpr int kHiveLocalMachine = 0;   ///< HKEY_LOCAL_MACHINE: machine settings
@@ -274,7 +276,5 @@ class ZORN_API CRegistry {
     int StoreEntryData(const NameTableEntry& entry, char* data, unsigned& dataLength);
 
     static void RestoreHives();
-    static bool RestoreFromFiles();
-    static bool SaveToFile();
-    static void RotateFiles();
+    static RegistryFiles Files();
 };

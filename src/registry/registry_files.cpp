@@ -21,6 +21,7 @@
 #include "registry/node_reader.h"
 #include "registry/node_writer.h"
 #include "registry/registry.h"
+#include "registry/registry_files.h"
 #include "trace/no_cancellation.h"
 #include "trace/trace.h"
 #include "trace/unique_file.h"
@@ -40,11 +41,13 @@ std::atomic_ref<CRegistryNode*> Hive(int number) {
     return std::atomic_ref{CRegistry::MHives[number]};
 }
 
-bool Rename(const std::string& from, const std::string& to) {
-    if (rename(from.c_str(), to.c_str()) == 0) return true;
+/// 0, or the error number.
+int Rename(const std::string& from, const std::string& to) {
+    if (rename(from.c_str(), to.c_str()) == 0) return 0;
+    const int error = errno;
     TRACE(1, "CRegistry: ERROR: Cannot rename \"%s\" to \"%s\": %s\n", from.c_str(), to.c_str(),
-          strerror(errno));
-    return false;
+          strerror(error));
+    return error;
 }
 
 bool Exchange(const std::string& one, const std::string& other) {
@@ -67,7 +70,7 @@ void CRegistry::SetupTree(bool forceSetup) {
         MPRegistryOld = PathOf("registry.old");
         MPRegistryTemp = PathOf("registry.new");
         MPRegistryDefault = PathOf("registry.default");
-        if (!RestoreFromFiles()) return;
+        if (Files().Restore(MRoot) == nullptr) return;
         for (int i = 0; i < kRegistryHives; ++i) Hive(i) = MRoot.FindChild(kHiveNames[i]);
         MIsSetup = true;
     } catch (const std::exception&) {
@@ -75,19 +78,22 @@ void CRegistry::SetupTree(bool forceSetup) {
     }
 }
 
-/// REQUIRES: `MRegistryLock` is held.
-bool CRegistry::RestoreFromFiles() {
-    MIsFileGood = RestoreTree(MPRegistry.c_str(), &MRoot) != 0;
-    if (MIsFileGood) return true;
+RegistryFiles CRegistry::Files() {
+    return {MPRegistry, MPRegistryOld, MPRegistryTemp, MPRegistryDefault, MIsFileGood};
+}
+
+const std::string* RegistryFiles::Restore(CRegistryNode& tree) const {
+    isGood = CRegistry::RestoreTree(current.c_str(), &tree) != 0;
+    if (isGood) return &current;
     TRACE(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying backup\n",
-          MPRegistry.c_str());
-    if (RestoreTree(MPRegistryOld.c_str(), &MRoot) != 0) return true;
+          current.c_str());
+    if (CRegistry::RestoreTree(backup.c_str(), &tree) != 0) return &backup;
     TRACE(1, "CRegistry: WARNING: Could not restore tree from \"%s\", trying default\n",
-          MPRegistryOld.c_str());
-    if (RestoreTree(MPRegistryDefault.c_str(), &MRoot) != 0) return true;
+          backup.c_str());
+    if (CRegistry::RestoreTree(factory.c_str(), &tree) != 0) return &factory;
     TRACE(1, "CRegistry: ERROR: Could not restore tree from \"%s\", restoring failed\n",
-          MPRegistryDefault.c_str());
-    return false;
+          factory.c_str());
+    return nullptr;
 }
 
 int CRegistry::RestoreTree(const char* path, CRegistryNode* node) {
@@ -168,38 +174,47 @@ void CRegistry::SaveTree() {
     const RecursiveLockGuard hold{MRegistryLock};
     // Cleared before the tree is written: a change that comes meanwhile is told to the next save.
     if (!MIsDirty.exchange(false)) return;
-    if (SaveToFile()) RotateFiles();
+    (void)Files().Save(MRoot);
 }
 
-/// REQUIRES: `MRegistryLock` is held.
-bool CRegistry::SaveToFile() {
-    const char* const path = MPRegistryTemp.c_str();
+int RegistryFiles::Save(CRegistryNode& tree) const {
+    const int error = Write(tree);
+    return error != 0 ? error : Rotate();
+}
+
+int RegistryFiles::Write(CRegistryNode& tree) const {
+    const char* const path = temporary.c_str();
     UniqueFile file{fopen(path, "we")};
     if (file == nullptr) {
+        const int error = errno;
         TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", path);
-        return false;
+        return error;
     }
-    const bool isWritten = WriteNode(&MRoot, file.get());
-    if (isWritten && CloseFile(file)) return true;
-    TRACE(1, "CRegistry: ERROR: Cannot write \"%s\": %s\n", path, strerror(errno));
+    const bool isWritten = CRegistry::WriteNode(&tree, file.get());
+    if (isWritten && CloseFile(file)) return 0;
+    const int error = errno;
+    TRACE(1, "CRegistry: ERROR: Cannot write \"%s\": %s\n", path, strerror(error));
     (void)unlink(path);
-    return false;
+    return error;
 }
 
-/// REQUIRES: `MRegistryLock` is held; the new file is whole.
-void CRegistry::RotateFiles() {
+/// REQUIRES: the new file is whole.
+int RegistryFiles::Rotate() const {
     struct stat former {};
-    const bool isThere = stat(MPRegistry.c_str(), &former) == 0 && former.st_size >= 1;
-    if (isThere && !MIsFileGood && S_ISREG(former.st_mode)) {
-        MIsFileGood = Exchange(MPRegistryTemp, MPRegistry) ? Rename(MPRegistryTemp, MPRegistryOld)
-                                                           : Rename(MPRegistryTemp, MPRegistry);
+    const bool isThere = stat(current.c_str(), &former) == 0 && former.st_size >= 1;
+    const bool isBad = isThere && !isGood && S_ISREG(former.st_mode);
+    int error = 0;
+    if (isBad && Exchange(temporary, current)) {
+        isGood = Rename(temporary, backup) == 0;
     } else {
-        if (isThere) (void)Rename(MPRegistry, MPRegistryOld);
-        MIsFileGood = Rename(MPRegistryTemp, MPRegistry);
+        if (isThere && !isBad) (void)Rename(current, backup);
+        error = Rename(temporary, current);
+        isGood = error == 0;
     }
-    (void)chmod(MPRegistry.c_str(), 0644);
-    TRACE(2, "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]", MPRegistryTemp.c_str(),
-          MPRegistry.c_str());
+    (void)chmod(current.c_str(), 0644);
+    TRACE(2, "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]", temporary.c_str(),
+          current.c_str());
+    return error;
 }
 
 // --- Freeing -----------------------------------------------------------------------------------
