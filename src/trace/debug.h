@@ -142,10 +142,11 @@ class ZORN_API CDebug : public CDebugTraceConfig {
     /// the file cannot be made; the trace then goes on as before.
     [[nodiscard]] bool ArmRingBuffer();
 
-    /// Makes the file `path` of `len` bytes, maps it, makes it the target and writes the header
-    /// into it. False, with a line in the log file, if that fails or `len` is not a multiple of
-    /// 1,024 from 3 KiB to 1 GiB. REQUIRES: no ring runs; `m_RingSize` is `len` and `m_RingPos` is
-    /// 0. So it is called by `ArmRingBuffer` and `EndOfInitialization`; modules call the former.
+    /// Makes the file `path` of `len` bytes (a new one, whoever still has the former one mapped),
+    /// maps it, makes it the target and writes the header into it. False, with a line in the log
+    /// file, if that fails or `len` is not a multiple of 1,024 from 3 KiB to 1 GiB. REQUIRES: no
+    /// ring runs; `m_RingSize` is `len` and `m_RingPos` is 0. So it is called by `ArmRingBuffer`
+    /// and `EndOfInitialization`; modules call the former.
     [[nodiscard]] bool InitRingBuffer(const char* path, size_t len) REQUIRES(m_Lock);
 
   protected:

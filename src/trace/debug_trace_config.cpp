@@ -49,8 +49,10 @@ int IsIniName(const dirent* entry) {
     return strncmp(entry->d_name, ".#", 2) != 0 && strstr(entry->d_name, ".ini") != nullptr;
 }
 
-/// Reads exactly `size` bytes of a file.
+/// Reads exactly `size` bytes of a file. Nothing without a size is opened: it has no trailer, and a
+/// pipe would stop the process.
 bool ReadExactly(const char* path, char* buffer, size_t size) {
+    if (size == 0) return false;
     const UniqueFile file{fopen(path, "re")};
     return file && fread(buffer, 1, size, file.get()) == size;
 }

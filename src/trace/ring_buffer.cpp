@@ -18,7 +18,10 @@
 // have a limit of their own, and those beyond it are left out.
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,6 +81,28 @@ size_t CutText(char* text, std::string_view words) {
 /// Keeps the compiler from moving stores across. The processor makes them in their order.
 void KeepOrderOfStores() {
     std::atomic_signal_fence(std::memory_order_acq_rel);
+}
+
+/// A file that is cut kills the process that has it mapped, at its next store. So a new ring is
+/// another file than the former one, whose writer may still run. A link stays what it is.
+void RemoveFormerRing(const char* path) {
+    struct stat status;
+    if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) (void)unlink(path);
+}
+
+/// A file system that writes to a new place each time (btrfs) needs room for that, and kills the
+/// process where there is none. It is asked to store in place; one that does so anyway refuses.
+void StoreInPlace(int fd) {
+    int flags = 0;
+    if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return;
+    flags |= FS_NOCOW_FL;
+    (void)ioctl(fd, FS_IOC_SETFLAGS, &flags);
+}
+
+/// A pipe that nobody reads would stop the process.
+bool IsFile(int fd) {
+    struct stat status;
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 struct Free {
@@ -148,6 +173,7 @@ bool CDebug::InitRingBuffer(const char* path, size_t len) {
 }
 
 bool CDebug::MapRing(const char* path, size_t length) {
+    RemoveFormerRing(path);
     errno = 0;
     m_RingFd = open(path, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, kRingFileMode);
     if (m_RingFd < 0) {
@@ -176,8 +202,10 @@ bool CDebug::MapRing(const char* path, size_t length) {
 }
 
 /// Writes a row of blocks: a prefix, underscores and a newline, so that a viewer shows when the
-/// file was made and what was never written.
+/// file was made and what was never written, and so that no store needs room on the disk any more.
 bool CDebug::PrefillRing(int32_t length) {
+    if (!IsFile(m_RingFd)) return false;
+    StoreInPlace(m_RingFd);
     char* const block = m_InternalDebugBuffer;
     for (int32_t rest = length; rest > 0; rest -= int32_t{kBlockSize}) {
         const size_t prefixLength = FormatPrefix(block, nullptr);
