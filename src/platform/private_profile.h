@@ -19,8 +19,8 @@
 ///
 /// If the file cannot be opened (a line at level 4), or nothing is found, or the value is empty:
 /// `defaultText`, cut to `size` - 1 bytes, and its length, where `section`, `key` and `defaultText`
-/// are all given; otherwise an empty text and 0. The same for a `size` of 1 or 2, without a look
-/// into the file. 0, and nothing is written, if `buffer` or `fileName` is null or `size` is 0.
+/// are all given; otherwise an empty text and 0. The same for a `size` of 1 or 2, whatever the file
+/// holds. 0, and nothing is written, if `buffer` or `fileName` is null or `size` is 0.
 ZORN_API int GetPrivateProfileString(const char* section, const char* key, const char* defaultText,
                                      char* buffer, uint32_t size, const char* fileName);
 
@@ -30,9 +30,9 @@ ZORN_API int GetPrivateProfileString(const char* section, const char* key, const
 /// comments above its head. Call and result are traced at level 4.
 ///
 /// 1 if that is done; also if there is no file to delete something in, and none is made then. A new
-/// file has mode 0644. 0 if `section` (a line at level 4) or `fileName` (likewise) is null, if there
-/// is nothing to delete in the file, if it can be opened neither for an edit nor to append (a line
-/// at level 1), or if an edit in the middle fails. Whether appended text reached a full disk is not
+/// file has mode 0644. A file that can be appended to but not opened for an edit is taken for a new
+/// one: it gets that mode and a further section. 0 if `section` (a line at level 4) or `fileName` (likewise) is null, if there
+/// is nothing to delete in the file, if it cannot be opened to append (a line at level 1), or if an edit in the middle fails. Whether appended text reached a full disk is not
 /// looked at: 1 too.
 ///
 /// The file is not safe against a failure half way: it is rewritten in place from the changed line

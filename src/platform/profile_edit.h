@@ -41,5 +41,6 @@ struct ProfileEdit {
 /// or the rest cannot be had. False, with `from` and what follows partly written, if writing fails:
 /// the file is then not cut, and what was not reached is as it was. False with some of the old end
 /// doubled if cutting fails. A process that is killed meanwhile leaves the file in such a state.
+/// Thread-safety: one thread a stream.
 [[nodiscard]] bool SpliceFile(FILE* stream, long from, long to, const char* key, const char* value,
                               bool addEmptyLine);

@@ -14,8 +14,9 @@
 ///     const int limit = profile.GetInt("Limits", "Lines", 100);
 ///     for (const char* key = profile.GetKeyList("Limits"); *key != '\0'; key = profile.NextKey()) ...
 ///
-/// What is read may be as long as 64512 bytes (`GetString`: 65536), less two for a list: a longer
-/// text counts as not to be had. Thread-safety: one thread.
+/// What is read may be as long as 64509 bytes (`GetString`: 65533): a longer text or list counts as
+/// not to be had. A list ends at an empty name (`[]`, or an entry `=1`): what stands behind it is not
+/// seen by those operations that go over a list. Thread-safety: one thread.
 class ZORN_API CProfileFile {
   public:
     /// No name, not open.

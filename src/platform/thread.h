@@ -36,7 +36,7 @@ class ZORN_API CThread {
     /// other detached.
     ///
     /// A `priority` other than 0 is put into the thread's attributes as that of round-robin
-    /// scheduling (1 to 99; others fail) and stays without effect: threads inherit how they are
+    /// scheduling (1 to 99 in its low 32 bits; others fail) and stays without effect: threads inherit how they are
     /// scheduled.
     ///
     /// False, with a line at level 2, if a step fails: the object then holds the thread that it

@@ -11,7 +11,7 @@
 /// Finds `key` (with its colon, as "VmRSS:") as the first word of a line of /proc/PID/status
 /// (proc_pid_status(5)) and gives the number behind it, multiplied by the factor of the unit that
 /// follows it: "kB" 2^10, "MB" 2^20, "GB" 2^30, anything else 1. Empty result if no line has the
-/// key or the line has no number.
+/// key or the line has no number. Thread-safety: any thread; no state.
 [[nodiscard]] ZORN_API std::optional<uint64_t> ParseProcStatusField(std::string_view text,
                                                                     std::string_view key);
 

@@ -152,6 +152,7 @@ TEST_F(GetPrivateProfile, IsSilentBelowLevelFour) {
     TraceCapture trace{3};
     EXPECT_EQ(Value("s", "a"), "default");
     EXPECT_EQ(Write(nullptr, "a", "1"), 0);
+    EXPECT_EQ(WritePrivateProfileString("s", "a", "1", nullptr), 0);
     EXPECT_EQ(Write("s", "a", "1"), 1);
     EXPECT_THAT(trace.Lines(), IsEmpty());
 }

@@ -593,6 +593,31 @@ TEST(ThreadKill, IsFalseIfADetachedThreadCannotBeCancelledAndLetsGo) {
     EXPECT_FALSE(work.WasCancelled());
 }
 
+TEST(ThreadKill, TellsAtLevelTwoThatADetachedThreadCannotBeCancelled) {
+    Work work;
+    CThread thread;
+    ASSERT_TRUE(StartWork(thread, work, kDetached));
+    {
+        const TraceCapture trace{1};
+        FaultOf<&::pthread_cancel> fault;
+        fault.Fail(ESRCH);
+        EXPECT_FALSE(thread.Kill());
+        EXPECT_TRUE(trace.LinesWith("unable").empty());
+    }
+    work.LetGo();
+    EXPECT_TRUE(work.AwaitEnd());
+}
+
+TEST(ThreadStart, LetsTheOthersRunOnce) {
+    CThread thread;
+    {
+        const FaultOf<&::sched_yield> yield;
+        ASSERT_TRUE(thread.Start(ReturnArgument, nullptr, 0, false, 0, nullptr, kJoinable));
+        EXPECT_EQ(yield.Calls(), 1);
+    }
+    EXPECT_TRUE(thread.WaitForTermination(kWaitForever));
+}
+
 TEST(ThreadKill, IsFalseForADetachedThreadThatAFailedStartCalledJoinable) {
     Work work;
     CThread thread;

@@ -11,7 +11,8 @@ class ZORN_API CRegEx {
 
     /// Puts the last match of `pattern` in `text` into `match`: each search begins one byte behind
     /// the start of the match before, so matches may overlap, and `^` holds where a search begins.
-    /// 256 searches are made at most. `text` counts up to its first NUL.
+    /// 256 searches are made at most. A match never reaches over a NUL in `text`; what stands behind
+    /// one is searched only where `pattern` can match the empty text.
     ///
     /// True, with an empty `match`, if there is none. False, with a line at level 1 and `match`
     /// untouched, if `pattern` is no expression or the match cannot be taken.

@@ -51,6 +51,21 @@ TEST(DataStream, TracesTheNameAndTheSize) {
     EXPECT_THAT(trace.Lines(), ElementsAre("CDataStream::ReadFromFile() : Read 5 bytes."));
 }
 
+TEST(DataStream, TracesEachLineAtItsLevel) {
+    const TemporaryFolder folder;
+    const std::string path = folder.File("f", "12345");
+    for (const unsigned level : {1U, 2U, 3U, 4U, 5U}) {
+        const TraceCapture trace{level};
+        Bytes bytes;
+        EXPECT_TRUE(CDataStream::ReadFromFile(path, bytes));
+        EXPECT_FALSE(CDataStream::ReadFromFile("", bytes));
+        EXPECT_EQ(trace.LinesWith("Read 5 bytes").size(), level >= 3 ? 1U : 0U) << level;
+        EXPECT_EQ(trace.LinesWith("() : '" + path + "'").size(), level >= 5 ? 1U : 0U) << level;
+        EXPECT_EQ(trace.LinesWith("is empty!").size(), level >= 5 ? 1U : 0U) << level;
+        EXPECT_EQ(trace.LinesWith("Could not read").size(), 1U) << level;
+    }
+}
+
 TEST(DataStream, GivesNoBytesOfAnEmptyFileAndTrue) {
     const TemporaryFolder folder;
     const std::string path = folder.File("f", "");
