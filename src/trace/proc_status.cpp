@@ -9,13 +9,28 @@
 
 namespace {
 
+constexpr std::string_view kBlanks = " \t\v\f\r";
+
+void SkipBlanks(std::string_view& line) {
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+}
+
 /// Takes the next word off the front of `line`; empty if there is none left.
 std::string_view TakeWord(std::string_view& line) {
-    constexpr std::string_view kBlanks = " \t\v\f\r";
-    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+    SkipBlanks(line);
     const auto word = line.substr(0, line.find_first_of(kBlanks));
     line.remove_prefix(word.size());
     return word;
+}
+
+/// Takes a number off the front of `line`; the unit may follow it at once.
+std::optional<uint64_t> TakeNumber(std::string_view& line) {
+    SkipBlanks(line);
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
+    if (error != std::errc{}) return std::nullopt;
+    line.remove_prefix(static_cast<size_t>(end - line.data()));
+    return number;
 }
 
 unsigned UnitShift(std::string_view unit) {
@@ -32,12 +47,8 @@ std::optional<uint64_t> ParseProcStatusField(std::string_view text, std::string_
         auto line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
         if (TakeWord(line) != key) continue;
-        const auto digits = TakeWord(line);
-        uint64_t number = 0;
-        const auto [end, error] =
-            std::from_chars(digits.data(), digits.data() + digits.size(), number);
-        if (error != std::errc{}) return std::nullopt;
-        return number << UnitShift(TakeWord(line));
+        const auto number = TakeNumber(line);
+        return number ? std::optional{*number << UnitShift(TakeWord(line))} : std::nullopt;
     }
     return std::nullopt;
 }

@@ -24,6 +24,12 @@ TEST(ParseProcStatusField, MultipliesByTheUnit) {
     }
 }
 
+TEST(ParseProcStatusField, TakesAUnitThatFollowsTheNumberAtOnce) {
+    EXPECT_EQ(ParseProcStatusField("VmRSS: 7kB\n", "VmRSS:"), 7U << 10);
+    EXPECT_EQ(ParseProcStatusField("VmRSS: 7kBs\n", "VmRSS:"), 7U);
+    EXPECT_EQ(ParseProcStatusField("VmRSS: 7k B\n", "VmRSS:"), 7U);
+}
+
 TEST(ParseProcStatusField, TakesTheFirstWordOfALineOnly) {
     EXPECT_EQ(ParseProcStatusField("Name:\tVmRSS: 7 kB\n", "VmRSS:"), std::nullopt);
     EXPECT_EQ(ParseProcStatusField("VmRSS 7 kB\n", "VmRSS:"), std::nullopt);
