@@ -10,7 +10,8 @@ Usage: scripts/run.sh [--seconds N]
 
 Builds zorn (preset release; what that needs is installed) and runs it from the build tree, with the
 reference module host and the modules in build/release/lib/modules, until Ctrl-C. The log is shown as
-it is written. Nothing outside the build tree is touched.
+it is written. Nothing outside the build tree is touched; but where a registry is installed, the example
+module counts its starts in it.
 
   --seconds N   stop after N seconds
   --help        this text

@@ -1,19 +1,24 @@
 // A module to copy from: says in the trace what machine it runs on, then once a minute how busy
-// that is, on a thread of its own that stops cleanly.
+// that is, on a thread of its own that stops cleanly. It counts its starts in the registry, where the
+// machine has one.
 
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <memory>
 #include <thread>
 
 #include "module_host/module.h"
 #include "platform/event.h"
+#include "registry/registry.h"
 #include "trace/trace.h"
 
 namespace {
 
 constexpr unsigned kIntervalMs = 60'000;
+constexpr const char* kRegistryFolder = "/opt/Corvanthimex/vital/etc/tolbrin";
+constexpr const char* kSettings = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Zorn\\MachineReport";
 
 void ReportMachine() {
     utsname system{};
@@ -32,6 +37,16 @@ void ReportLoad() {
     const auto load = static_cast<double>(state.loads[0]) / (1 << SI_LOAD_SHIFT);
     TRACE(3, "\nMachineReport       : Load %.2f, %u threads", load, unsigned{state.procs});
 }
+
+void CountStart() {
+    if (access(kRegistryFolder, F_OK) != 0) return;  // as in a build tree: nothing could be kept
+    CRegistry settings{"", nullptr, 0};              // the root: the hives may still be to be made
+    settings.CreateKey(settings.Key(), kSettings);
+    unsigned starts = 0;
+    settings.GetValue(&starts, "Starts", nullptr);
+    settings.SetValue("Starts", static_cast<int>(starts + 1));
+    TRACE(2, "\nMachineReport       : Start number %u", starts + 1);
+}  // here the registry is saved
 
 /// A thread that reports until its owner goes.
 class LoadReporter {
@@ -62,6 +77,7 @@ std::unique_ptr<LoadReporter> g_Reporter;
 
 bool Start() {
     ReportMachine();
+    CountStart();
     g_Reporter = std::make_unique<LoadReporter>();
     return true;
 }

@@ -2,6 +2,8 @@
 
 #include <regex>
 
+#include <gmock/gmock.h>
+
 #include "examples/module_daemon.h"
 #include "support/golden.h"
 
@@ -97,6 +99,30 @@ TEST_F(RunningModules, TheMachineReportTellsWhatItRunsOn) {
                              "[0-9]+ MiB, up [0-9]+ s"}))
         << lines[4];
     EXPECT_EQ(lines[5], "ModuleHost          : Stop machine report ...");
+}
+
+TEST_F(RunningModules, TheMachineReportCountsItsStartsInTheRegistry) {
+    const std::string registry = "/opt/Corvanthimex/vital/etc/tolbrin/registry";
+    m_Options.environment["ZORN_MODULE_DIR"] = FakeHost::LibraryDirectory() + "/modules";
+    for (const bool isDelivered : {false, true}) {
+        m_Machine.Directory("/opt/Corvanthimex/vital/etc/tolbrin");
+        if (isDelivered) {
+            m_Machine.File(registry + ".default",
+                           "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\nPath=s=/opt\n\n\n\n");
+        }
+        for (const char* number : {"1", "2"}) {
+            RunDaemon();
+            const auto lines = ModuleLines();
+            ASSERT_EQ(lines.size(), 7u) << testing::PrintToString(lines);
+            EXPECT_EQ(lines[5], std::string{"MachineReport       : Start number "} + number);
+        }
+        EXPECT_THAT(m_Machine.Read(registry),
+                    testing::StartsWith(std::string{"[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\n"} +
+                                        (isDelivered ? "Path=s=/opt\n" : "") +
+                                        "[Zorn]\n[MachineReport]\nStarts=d=2\n\n\n\n\n"));
+        EXPECT_THAT(m_Machine.Read(registry + ".old"), testing::HasSubstr("Starts=d=1\n"));
+        m_Machine.Remove("/opt/Corvanthimex");
+    }
 }
 
 TEST_F(RunningModules, TheThreadOfTheMachineReportEndsBeforeTheModuleIsUnloaded) {
