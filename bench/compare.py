@@ -19,6 +19,8 @@ BARS = [
     ("SetReset-Yield", "SetResetCondition", 1.5),
     ("WakeUp", "WakeUpCondition", 1.5),
     ("WaitZero", 200.0, 1),
+    ("ProfileVendors", "ProfileVendorsFloor", 1.5),
+    ("ProfileOneSection", "ProfileOneSectionFloor", 1.5),
 ]
 # Lines a second of four threads together: at least half of one thread's, and no worse than the peer.
 SCALING = [("LogLine", "LogLineSpdlog"), ("RingLine", None)]

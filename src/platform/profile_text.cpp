@@ -1,7 +1,7 @@
 // A file of PCI names has tens of thousands of lines, of which one is wanted. So what is looked for
 // is searched as bytes (memmem), and only where it was found the line around it is cut out and
 // cleaned, which is the proof: it counts if the cleaned line begins with it. A find amid a line, the
-// usual miss, is told by the byte in front of it.
+// usual miss, is told by what stands in front of it.
 //
 // Where a line begins depends on all bytes since the line feed before it, since a line has a limit.
 // A search therefore keeps the offset of some line's begin at or before the find: less than a limit
@@ -16,11 +16,10 @@
 namespace {
 
 constexpr size_t kLineLimit = 1023;
-constexpr std::string_view kBlanks = " \t\n\v\f\r";  // isspace(3) in the C locale
-constexpr std::string_view kLineEnders{";\0", 2};
 
+/// isspace(3) in the C locale: blank, \t \n \v \f \r.
 bool IsBlank(char byte) {
-    return kBlanks.find(byte) != kBlanks.npos;
+    return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
 std::string_view TrimEnd(std::string_view text) {
@@ -33,18 +32,39 @@ std::string_view Trim(std::string_view text) {
     return TrimEnd(text);
 }
 
+size_t OffsetOf(std::string_view text, const void* byte) {
+    return static_cast<size_t>(static_cast<const char*>(byte) - text.data());
+}
+
 size_t Search(std::string_view text, std::string_view part, size_t from) {
+    if (from == text.size()) return text.npos;
+    // The bracket of a head is rare enough to be looked for alone, which is what `find` does.
+    if (part.front() == '[') return text.find(part, from);
     const void* const found =
         memmem(text.data() + from, text.size() - from, part.data(), part.size());
-    if (found == nullptr) return text.npos;
-    return static_cast<size_t>(static_cast<const char*>(found) - text.data());
+    return found != nullptr ? OffsetOf(text, found) : text.npos;
+}
+
+/// The part of `text` in front of the first `byte`, or all of it. (memchr: the text's own operations
+/// go byte by byte.)
+std::string_view Before(std::string_view text, char byte) {
+    const void* const found = text.empty() ? nullptr : memchr(text.data(), byte, text.size());
+    return found != nullptr ? text.substr(0, OffsetOf(text, found)) : text;
+}
+
+/// Whether something other than white space stands in the line in front of the byte at `at`.
+/// REQUIRES: a line begins at `known`, not behind `at`, and no other one because of the limit.
+bool IsAmidLine(std::string_view text, size_t known, size_t at) {
+    while (at > known && text[at - 1] != '\n') {
+        if (!IsBlank(text[--at])) return true;
+    }
+    return false;
 }
 
 /// The line that holds the byte at `at`. REQUIRES: a line begins at `known`, not behind `at`.
 ProfileLine LineAround(std::string_view text, size_t known, size_t at) {
-    const std::string_view before = text.substr(known, at - known);
-    const size_t lineFeed = before.rfind('\n');
-    const size_t first = lineFeed == before.npos ? known : known + lineFeed + 1;
+    const void* const lineFeed = memrchr(text.data() + known, '\n', at - known);
+    const size_t first = lineFeed == nullptr ? known : OffsetOf(text, lineFeed) + 1;
     return ProfileLineAt(text, first + (at - first) / kLineLimit * kLineLimit);
 }
 
@@ -119,17 +139,16 @@ size_t ListNames(std::string_view lines, std::span<char> buffer) {
 
 ProfileLine ProfileLineAt(std::string_view text, size_t begin) {
     const std::string_view most = text.substr(begin, kLineLimit);
-    const std::string_view line = most.substr(0, most.find('\n'));
+    const std::string_view line = Before(most, '\n');
     const size_t lineFeed = line.size() < most.size() ? 1 : 0;
-    return {begin, begin + line.size() + lineFeed,
-            Trim(line.substr(0, line.find_first_of(kLineEnders)))};
+    return {begin, begin + line.size() + lineFeed, Trim(Before(Before(line, '\0'), ';'))};
 }
 
 std::optional<ProfileLine> FindProfileLine(std::string_view text, std::string_view start,
                                            size_t from) {
     size_t at = Search(text, start, from);
     while (at != text.npos) {
-        if (at > from && at - from < kLineLimit && !IsBlank(text[at - 1])) {
+        if (at - from < kLineLimit && IsAmidLine(text, from, at)) {
             at = Search(text, start, at + 1);
             continue;
         }

@@ -19,28 +19,9 @@ namespace {
 
 using Kind = ProfileEdit::Kind;
 
-/// What an edit makes of a text.
-std::string Apply(const ProfileEdit& edit, std::string text, const char* section, const char* key,
-                  const char* value) {
-    const std::string entry =
-        key != nullptr && value != nullptr ? std::string{key} + "=" + value + "\n" : "";
-    switch (edit.kind) {
-        case Kind::kNothing:
-            return text;
-        case Kind::kSplice:
-            return text.replace(edit.from, edit.to - edit.from,
-                                (edit.addEmptyLine ? "\n" : "") + (edit.withEntry ? entry : ""));
-        case Kind::kAppendEntry:
-            return text + entry;
-        case Kind::kAppendSection:
-            return text + "\n[" + section + "]\n\n" + entry;
-    }
-    return {};
-}
-
 std::string Edited(std::string_view text, const char* section, const char* key, const char* value) {
-    return Apply(PlanProfileEdit(text, section, key, value), std::string{text}, section, key,
-                 value);
+    return ApplyProfileEdit(PlanProfileEdit(text, section, key, value), std::string{text}, section,
+                            key, value);
 }
 
 /// A file of its own for each test, open for an edit.
@@ -189,7 +170,7 @@ TEST(ProfileEdit, GoesWhereTheLineByLineWriterPutsIt) {
         const int result = SlowWriteProfile(expected, section, key, value);
         const ProfileEdit edit = PlanProfileEdit(text, section, key, value);
         ASSERT_EQ(edit.kind != Kind::kNothing, result != 0) << text;
-        ASSERT_EQ(Apply(edit, text, section, key, value), expected) << text;
+        ASSERT_EQ(ApplyProfileEdit(edit, text, section, key, value), expected) << text;
     }
 }
 

@@ -1,11 +1,16 @@
 #pragma once
 
+#include <algorithm>
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/profile_edit.h"
 
 // The second version of what reads and edits private profiles: slow and obvious, line by line into
 // a buffer of 1024 bytes, with the functions of <cstring>. The tests and the fuzz targets compare.
@@ -144,4 +149,47 @@ inline int SlowWriteProfile(std::string& text, const char* section, const char* 
     if (key == nullptr || value == nullptr) return 0;
     text += isInSection ? entry : std::string{"\n["} + section + "]\n\n" + entry;
     return 1;
+}
+
+/// What an edit makes of a text.
+inline std::string ApplyProfileEdit(const ProfileEdit& edit, std::string text, const char* section,
+                                    const char* key, const char* value) {
+    const std::string entry =
+        key != nullptr && value != nullptr ? std::string{key} + "=" + value + "\n" : "";
+    switch (edit.kind) {
+        case ProfileEdit::Kind::kNothing:
+            return text;
+        case ProfileEdit::Kind::kSplice:
+            return text.replace(edit.from, edit.to - edit.from,
+                                (edit.addEmptyLine ? "\n" : "") + (edit.withEntry ? entry : ""));
+        case ProfileEdit::Kind::kAppendEntry:
+            return text + entry;
+        case ProfileEdit::Kind::kAppendSection:
+            return text + "\n[" + section + "]\n\n" + entry;
+    }
+    return {};
+}
+
+/// The lines of a text that say something.
+inline std::vector<std::string> SlowCleanLines(std::string_view text) {
+    std::vector<std::string> found;
+    for (SlowLines lines{text}; lines.Next();) {
+        const char* line = lines.Clean();
+        if (*line != '\0') found.emplace_back(line);
+    }
+    return found;
+}
+
+/// How many lines of `before` and of `after` stand between what both begin and end with.
+inline std::pair<size_t, size_t> CountChanged(const std::vector<std::string>& before,
+                                              const std::vector<std::string>& after) {
+    const size_t least = std::min(before.size(), after.size());
+    size_t same = 0;
+    while (same < least && before[same] == after[same]) ++same;
+    size_t tail = 0;
+    while (same + tail < least && *(before.end() - 1 - static_cast<long>(tail)) ==
+                                      *(after.end() - 1 - static_cast<long>(tail))) {
+        ++tail;
+    }
+    return {before.size() - same - tail, after.size() - same - tail};
 }
