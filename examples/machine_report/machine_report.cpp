@@ -18,7 +18,7 @@ namespace {
 
 constexpr unsigned kIntervalMs = 60'000;
 constexpr const char* kRegistryFolder = "/opt/Corvanthimex/vital/etc/tolbrin";
-constexpr const char* kSettings = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Zorn\\MachineReport";
+constexpr const char* kSettings = R"(HKEY_LOCAL_MACHINE\SOFTWARE\Zorn\MachineReport)";
 
 void ReportMachine() {
     utsname system{};

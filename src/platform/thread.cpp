@@ -125,7 +125,7 @@ int CThread::Create(const pthread_attr_t& attributes, void* (*routine)(void*), v
         std::unique_ptr<DetachedStart> start;
         if (!m_Waitable) {
             detached = std::make_shared<DetachedThread>();
-            start.reset(new DetachedStart{routine, arg, detached});
+            start = std::make_unique<DetachedStart>(DetachedStart{routine, arg, detached});
             routine = RunDetached;
             arg = start.get();
         }
@@ -158,17 +158,8 @@ bool CThread::WaitForTermination(unsigned timeoutMs) {
               shown);
         return false;
     }
-    void* result = nullptr;
-    const int error = Join(&result);
-    if (error != 0) {
-        TRACE(1, "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
-              shown, static_cast<unsigned>(error));
-        return false;
-    }
-    TRACE(1, "\nCThread::WaitForTermination: a joinable Thread = 0x%08X has terminated, pstat=%p",
-          shown, result);
     // clang-format on
-    return true;
+    return JoinInWait();
 }
 
 bool CThread::Kill() {
@@ -187,6 +178,22 @@ int CThread::Join(void** result) {
     const int error = pthread_join(m_Thread, result);
     if (error == 0) m_Thread = 0;
     return error;
+}
+
+bool CThread::JoinInWait() {
+    const unsigned shown = Shown(m_Thread);
+    void* result = nullptr;
+    const int error = Join(&result);
+    // clang-format off
+    if (error != 0) {
+        TRACE(1, "\nCThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x%08X, Err = 0x%08x",
+              shown, static_cast<unsigned>(error));
+        return false;
+    }
+    TRACE(1, "\nCThread::WaitForTermination: a joinable Thread = 0x%08X has terminated, pstat=%p",
+          shown, result);
+    // clang-format on
+    return true;
 }
 
 bool CThread::JoinInKill() {

@@ -68,6 +68,7 @@ class ZORN_API CThread {
 
     int Create(const pthread_attr_t& attributes, void* (*routine)(void*), void* arg);
     int Join(void** result);
+    bool JoinInWait();
     bool JoinInKill();
     bool CancelUnlessEnded();
 };
