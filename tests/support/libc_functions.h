@@ -35,16 +35,16 @@
 
 /// Those that report by their result (-1, null, or 0 where it is unsigned) and `errno`.
 #define ZORN_LIBC_FUNCTIONS(X) \
-    X(2, access) X(2, asctime_r) X(3, bind) X(1, chdir) X(1, close) X(3, close_range)            \
-    X(1, closedir) X(1, dlclose) X(2, dlopen) X(2, dlsym) X(1, fclose) X(2, fdopen)              \
+    X(2, access) X(2, asctime_r) X(3, bind) X(1, chdir) X(2, chmod) X(1, close)                  \
+    X(3, close_range) X(1, closedir) X(1, dlclose) X(2, dlopen) X(2, dlsym) X(1, fclose) X(2, fdopen)              \
     X(1, fflush) X(1, fileno) X(2, flock) X(2, fopen) X(0, fork) X(4, fread) X(1, freeifaddrs)   \
     X(3, fseek) X(2, fstat) X(1, fsync) X(1, ftell) X(2, ftruncate) X(4, fwrite) X(0, geteuid)   \
     X(2, getcwd) X(1, getifaddrs) X(0, getpid) X(0, getppid) X(2, gettimeofday) X(0, getuid)    \
     X(2, gmtime_r) X(2, if_indextoname) X(1, if_nametoindex) X(2, kill) X(2, localtime_r)        \
     X(3, lseek) X(2, lstat) X(2, mkdir) X(6, mmap) X(2, munmap) X(2, nanosleep) X(1, opendir)    \
     X(3, openlog) X(1, pclose) X(1, pipe) X(2, pipe2) X(2, popen) X(4, pread) X(4, pwrite)       \
-    X(3, read) X(1, readdir) X(3, readlink) X(4, recv) X(6, recvfrom) X(5, regexec) X(2, rename) \
-    X(4, scandir) X(0, sched_yield) X(1, sem_destroy) X(3, sem_init) X(1, sem_post)              \
+    X(3, read) X(1, readdir) X(3, readlink) X(4, recv) X(6, recvfrom) X(5, regexec)               \
+    X(2, rename) X(5, renameat2) X(4, scandir) X(0, sched_yield) X(1, sem_destroy) X(3, sem_init) X(1, sem_post)              \
     X(1, sem_trywait) X(1, sem_wait) X(4, send) X(6, sendto) X(0, setsid) X(3, sigprocmask)      \
     X(1, sleep) X(3, socket) X(2, stat) X(4, strftime) X(1, time) X(1, umask) X(1, unlink)       \
     X(1, usleep) X(3, waitpid) X(3, write)

@@ -1,0 +1,146 @@
+// Many handles on one tree at a time.
+
+#include <cerrno>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "registry/registry_host.h"
+
+namespace {
+
+constexpr int kThreads = 16;
+
+/// Runs `body` on that many threads, each with its number, and waits for all.
+void OnThreads(const std::function<void(int)>& body) {
+    std::vector<std::thread> threads;
+    for (int id = 0; id < kThreads; ++id) threads.emplace_back([&body, id] { body(id); });
+    for (std::thread& thread : threads) thread.join();
+}
+
+void Enumerate(CRegistry& registry) {
+    char name[64];
+    char data[64];
+    for (unsigned index = 0;; ++index) {
+        unsigned length = sizeof name;
+        if (registry.EnumKey(name, &length, index, nullptr, nullptr) != 0) break;
+    }
+    for (unsigned index = 0;; ++index) {
+        unsigned length = sizeof name;
+        unsigned size = sizeof data;
+        const int result =
+            registry.EnumValue(name, &length, index, kRegistryAllValues, data, &size);
+        if (result != 0 && result != ERANGE) break;
+    }
+}
+
+}  // namespace
+
+TEST(RegistryThreads, SixteenHandlesCreateSetReadEnumerateAndDeleteInOneTree) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        OnThreads([](int id) {
+            const std::string own = "own" + std::to_string(id);
+            CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+            CRegistry shared{registry};
+            EXPECT_EQ(registry.CreateKey(nullptr, own.c_str()), 0);
+            for (int i = 0; i < 100; ++i) {
+                const std::string name = "value" + std::to_string(i % 7);
+                EXPECT_EQ(registry.SetValue(name.c_str(), i), 0);
+                unsigned value = 0;
+                EXPECT_EQ(registry.GetValue(&value, name.c_str(), nullptr), 0);
+                EXPECT_EQ(value, static_cast<unsigned>(i));
+                Enumerate(registry);
+                if (i % 3 == 0) {
+                    EXPECT_EQ(registry.DeleteValue(name.c_str()), 0);
+                }
+
+                EXPECT_EQ(shared.SetValue("all", name.c_str()), 0);
+                std::string text;
+                EXPECT_EQ(shared.GetValue(text, "all", nullptr), 0);
+                EXPECT_EQ(text.compare(0, 5, "value"), 0);
+                Enumerate(shared);
+            }
+        });
+        CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+        unsigned count = 0;
+        EXPECT_EQ(registry.QuerySubkeyCount(&count), 0);
+        EXPECT_EQ(count, static_cast<unsigned>(kThreads));
+    });
+    CRegistryNode saved;
+    EXPECT_EQ(ReadText(saved, host.Read(kRegistry)), 1U);
+}
+
+TEST(RegistryThreads, KeysMayBeDeletedWhileOthersWalkAndStandOnThem) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        OnThreads([](int id) {
+            for (int i = 0; i < 100; ++i) {
+                CRegistry machine{"HKEY_LOCAL_MACHINE", nullptr, 0};
+                CRegistry registry;
+                if ((i + id) % 4 == 0) {
+                    (void)machine.DeleteKey("a");
+                } else if ((i + id) % 4 == 1) {
+                    EXPECT_EQ(registry.CreateKey(machine.Key(), "a\\b\\c"), 0);
+                    EXPECT_EQ(registry.SetValue("v", i), 0);
+                } else if ((i + id) % 4 == 2) {
+                    (void)registry.Open("a/b/c", machine.Key(), 0);
+                    (void)registry.GetValue("v", nullptr);
+                    Enumerate(registry);
+                } else {
+                    (void)machine.DeleteValue("a");
+                }
+            }
+        });
+    });
+}
+
+TEST(RegistryThreads, ASaveRunsBesideChangesAndTheLastOneHasThemAll) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        OnThreads([](int id) {
+            for (int i = 0; i < 20; ++i) {
+                CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+                const std::string name = std::to_string(id) + "-" + std::to_string(i);
+                EXPECT_EQ(registry.SetValue(name.c_str(), i), 0);
+            }  // saves
+        });
+    });
+    CRegistryNode saved;
+    EXPECT_EQ(ReadText(saved, host.Read(kRegistry)), 1U);
+    CRegistryNode& machine = *saved.FindChild("HKEY_LOCAL_MACHINE");
+    const RecursiveLockGuard hold{machine.Lock()};
+    EXPECT_EQ(machine.Entries().size(), 1U + kThreads * 20);
+}
+
+TEST(RegistryThreads, OneOfManyFirstHandlesReadsTheFileAndAllFindIt) {
+    RegistryHost host{TreeWith("x")};
+    for (int round = 0; round < 20; ++round) {
+        host.Run([] {
+            OnThreads([](int) {
+                const CRegistry registry{"", CRegistry::MHives[kHiveLocalMachine], 0};
+                CRegistry machine{CRegistry::MHives[kHiveLocalMachine]};
+                std::string name;
+                EXPECT_EQ(machine.GetValue(name, "Name", nullptr), 0);
+                EXPECT_EQ(name, "x");
+            });
+        });
+    }
+}
+
+TEST(RegistryThreads, TreesThatCannotBeRestoredAreTriedByManyAtATime) {
+    RegistryHost host;
+    host.Run([] {
+        OnThreads([](int id) {
+            CRegistry registry;
+            EXPECT_EQ(registry.Open("", nullptr, 0), 0);
+            EXPECT_EQ(registry.CreateKey(nullptr, "HKEY_LOCAL_MACHINE"), 0);
+            EXPECT_EQ(registry.SetValue(std::to_string(id).c_str(), id), 0);
+        });
+    });
+    EXPECT_TRUE(host.Exists(kRegistry));
+}
