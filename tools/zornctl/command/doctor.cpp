@@ -95,7 +95,7 @@ std::string FindModuleHost(std::string_view libraryPath) {
     while (!rest.empty()) {
         const auto directory = rest.substr(0, rest.find_first_of(":;"));
         rest.remove_prefix(std::min(directory.size() + 1, rest.size()));
-        const auto path = std::string{directory} + "/" + kModuleHostName;
+        auto path = std::string{directory} + "/" + kModuleHostName;
         if (directory.starts_with('/') && access(path.c_str(), F_OK) == 0) return path;
     }
     return std::string{kLibraryDirectory} + "/" + kModuleHostName;
