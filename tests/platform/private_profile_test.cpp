@@ -317,6 +317,54 @@ TEST_F(WritePrivateProfile, IsNotCancelledInTheMiddle) {
     EXPECT_EQ(Content(), "[s]\na=1\nb=x\nc=3\n");
 }
 
+// docs/formats.md shows these.
+
+TEST_F(GetPrivateProfile, ReadsWhatTheDocumentShows) {
+    File(
+        "; names of one vendor\n"
+        "[8086]\n"
+        "  Vendor = Intel Corporation  ; a comment\n"
+        "1533=I210 Gigabit [Springville]\n"
+        "15338086=I210; T1\n"
+        "notes\n"
+        "1533=I211\n"
+        "10FB=\n"
+        "[8086]\n"
+        "0001=x\n");
+    EXPECT_EQ(Value("8086", "Vendor"), "Intel Corporation");
+    EXPECT_EQ(Value("8086", "1533"), "I210 Gigabit [Springville]");
+    EXPECT_EQ(Value("8086", "15338086"), "I210");
+    EXPECT_EQ(Value("8086", "notes"), "default");
+    EXPECT_EQ(Value("8086", "10FB"), "default");
+    EXPECT_EQ(Value("8086", "0001"), "default");
+}
+
+TEST_F(WritePrivateProfile, EditsAsTheDocumentShows) {
+    const std::string limits = "[limits]\n; how many\nlines=100\n";
+    const std::string width = "; how long\nwidth=80\n";
+    const std::string colours = "; colours\n[colours]\nerror=red\n";
+    const std::string file = limits + width + colours;
+    const struct {
+        const char* section;
+        const char* key;
+        const char* value;
+        std::string result;
+    } edits[] = {
+        {"limits", "lines", "50", "[limits]\n\nlines=50\n" + width + colours},
+        {"limits", "width", "72", limits + "width=72\n" + colours},
+        {"limits", "depth", "3", limits + width + "depth=3\n" + colours},
+        {"colours", "warning", "blue", file + "warning=blue\n"},
+        {"new", "a", "1", file + "\n[new]\n\na=1\n"},
+        {"colours", "error", nullptr, limits + width + "; colours\n[colours]\n\n"},
+        {"colours", nullptr, nullptr, limits + width},
+    };
+    for (const auto& edit : edits) {
+        File(file);
+        EXPECT_EQ(Write(edit.section, edit.key, edit.value), 1);
+        EXPECT_EQ(Content(), edit.result);
+    }
+}
+
 // What a reader sees after an edit that came only half way.
 
 TEST_F(HalfAnEdit, KilledBeforeTheCutLeavesThePartsOfTheOldEndASecondTime) {
