@@ -165,6 +165,33 @@ TEST(OrderRing, PutsALineInTheMakingBehindTheNewestOneOfAFirstPass) {
     }
 }
 
+TEST(OrderRing, KeepsAllOfALineInTheMakingOfAFirstPass) {
+    const std::string made = InTheMaking(Line(200, "made\nof\nlines"), false);
+    const std::string torn = "## TRACE-E";
+    for (const std::string& mark : {std::string{}, torn}) {
+        const auto texts = RingTexts(Over(EmptyRing(), kRingAt, Line(200, "newest") + made + mark));
+        EXPECT_EQ(texts.back(), "~:20.000 [0000004907] zorn          made\nof\nlines");
+        EXPECT_EQ(texts.at(texts.size() - 2), "newest");
+    }
+}
+
+TEST(OrderRing, ShowsALineInTheMakingUpToWhereABlockShowsThrough) {
+    const std::string front = Line(200, "newest");
+    std::string ring = Over(EmptyRing(), kRingAt, front + InTheMaking(Line(200, "made"), false));
+    ring = Over(ring, 3072 + 500, "the end of a line of which the middle is missing\n");
+    EXPECT_EQ(RingTexts(ring).back(), "~:20.000 [0000004907] zorn          made");
+    ring = Over(EmptyRing(), kRingAt, front + kMark);
+    EXPECT_EQ(RingTexts(Over(ring, 3072 + 500, "the end of a line\n")).back(), "newest");
+}
+
+TEST(OrderRing, TakesNoBlockForOneAsItWasMadeThatHasALineEnd) {
+    std::string odd = Block(2);
+    odd.replace(odd.find("zorn") + 2, 1, "\n");
+    const auto order = OrderRing(Line(1, "### Begin of RingBuffer. ###") + Line(2, "a") + odd);
+    ASSERT_TRUE(order);
+    EXPECT_TRUE(SplitEntries(order->pieces).back().text.ends_with("[0000004907] zo"));
+}
+
 TEST(OrderRing, TakesTheMarkInFrontOfTheRestOfALineThatHoldsAMarkInItsText) {
     const std::string front = Line(200, "newest");
     const std::string cut = Line(10, "a\n" + kMark + "b");

@@ -48,10 +48,12 @@ std::string_view FindBeginLine(std::string_view file) {
     return {};
 }
 
-/// A prefix, underscores and a newline.
+/// A line of a prefix and underscores.
 bool IsBlockAsMade(std::string_view block) {
     const auto text = TextBehindPrefix(block);
-    return block.ends_with("_\n") && !text.empty() && text.find_first_not_of('_') == text.npos;
+    const bool isLine = block.find('\n') + 1 == block.size();
+    return isLine && block.ends_with("_\n") && !text.empty() &&
+           text.find_first_not_of('_') == text.npos;
 }
 
 /// What is left of the last block in `text`, which a newer line has cut: how many bytes.
@@ -190,6 +192,15 @@ size_t SizeOfLineInTheMaking(std::string_view text) {
     return 0;
 }
 
+/// The size of what was written of `text`, which stands behind the mark of a first pass: up to where
+/// a block as it was made shows through, and without the beginning of a mark.
+size_t SizeOfWritten(std::string_view text) {
+    auto written = text.substr(0, text.find("_\n"));
+    written = written.substr(0, written.find_last_not_of('_') + 1);  // npos + 1 is 0
+    const size_t line = written.rfind('\n') + 1;
+    return kEndMark.starts_with(written.substr(line)) ? line : written.size();
+}
+
 /// The lines of a ring proper in which a mark stands. In the first pass nothing older is behind it,
 /// but perhaps a part of a line in the making.
 void AddMarkedPasses(RingOrder& order, std::string_view lines, bool isFirstPass) {
@@ -198,7 +209,7 @@ void AddMarkedPasses(RingOrder& order, std::string_view lines, bool isFirstPass)
     size_t made = SizeOfLineInTheMaking(behind);
     auto older = isFirstPass ? std::string_view{} : behind;
     if (made != 0) older = behind.substr(made + kEndMark.size());
-    if (made == 0 && isFirstPass) made = behind.find('\n');
+    if (made == 0 && isFirstPass) made = SizeOfWritten(behind);
     if (newest.empty() && older.ends_with(kEndMark)) older.remove_suffix(kEndMark.size());
     Add(order, {TracePart::kOlder, older, true});
     Add(order, {TracePart::kNewest, newest});
