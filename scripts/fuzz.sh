@@ -15,6 +15,8 @@ source "$(dirname "$0")/lib.sh"
 folder=build/fuzz
 # Longer than this with one input is a finding too. No input takes a hundredth of it.
 most_seconds=10
+# The exit status of a target that a signal has ended.
+interrupted=72
 
 usage() {
     die "usage: scripts/fuzz.sh [--runs N] [--seconds N] [TARGET...]; targets: ${all[*]}"
@@ -40,8 +42,10 @@ last_number() { # TEXT LOG
 }
 
 report_target() { # TARGET
-    local log=$folder/$1.log start=$SECONDS outcome=none
-    run_target "$1" "$log" || outcome=FOUND
+    local log=$folder/$1.log start=$SECONDS status=0 outcome=none
+    run_target "$1" "$log" || status=$?
+    ((status != interrupted)) || die "$1 was interrupted; what it kept stays"
+    ((status == 0)) || outcome=FOUND
     printf '%-16s %11s %8s %8s %8s  %s\n' "$1" "$(last_number 'number_of_executed_units:' "$log")" \
         "$((SECONDS - start))" "$(last_number 'cov:' "$log")" \
         "$(find "$folder/corpus/$1" -type f | wc -l)" "$outcome"
