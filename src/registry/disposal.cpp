@@ -6,6 +6,7 @@
 #include "registry/disposal.h"
 
 #include "registry/registry.h"
+#include "trace/no_cancellation.h"
 #include "trace/trace.h"
 
 namespace {
@@ -41,6 +42,8 @@ void FreeData(uint64_t value, uint64_t type) {
     switch (type) {
         case kRegistryString:
         case kRegistryExpandString:
+            if (IsBehindName(value)) break;
+            [[fallthrough]];
         case kRegistryBinary:
             delete[] reinterpret_cast<char*>(value);
             break;
@@ -112,6 +115,7 @@ void DisposeTable(CRegistryNode::Table table, bool traced) {
 }
 
 void DisposeValue(const OldValue& old) {
+    const NoCancellation untilFreed;  // the names are traced, and tracing can be cancelled
     if (old.type != kRegistrySubkey) {
         FreeData(old.value, old.type);
     } else if (old.value != 0) {

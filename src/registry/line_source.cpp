@@ -26,6 +26,7 @@ void LineSource::ReadOn() {
     const size_t wanted = kBufferSize - rest;
     const size_t got = fread(m_Buffer.get() + rest, 1, wanted, m_File);
     m_IsAtEnd = got < wanted;
+    m_HasNul = memchr(m_Buffer.get(), '\0', rest + got) != nullptr;
     m_At = m_Buffer.get();
     m_End = m_At + rest + got;
 }
@@ -47,6 +48,6 @@ bool LineSource::Next(Line& line) {
         m_Covered = *end;
     }
     *end = '\0';
-    line.length = strlen(line.text);
+    line.length = m_HasNul ? strlen(line.text) : static_cast<size_t>(end - line.text);
     return true;
 }

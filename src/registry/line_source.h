@@ -34,6 +34,7 @@ class LineSource {
     char m_Covered = 0;    ///< first character of the next piece, where a NUL ends this one
     bool m_IsCut = false;  ///< there is such a NUL
     bool m_IsAtEnd = false;
+    bool m_HasNul = false;  ///< somewhere in what was read
 
     void ReadOn();
 };

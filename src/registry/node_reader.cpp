@@ -24,10 +24,14 @@ bool IsBefore(const NameTableEntry& one, const NameTableEntry& other) {
     return strcmp(one.Name, other.Name) < 0;
 }
 
+void CopyTo(char* place, std::string_view text) {
+    memcpy(place, text.data(), text.size());
+    place[text.size()] = '\0';
+}
+
 std::unique_ptr<char[]> Copy(std::string_view text) {
     auto copy = std::make_unique_for_overwrite<char[]>(text.size() + 1);
-    memcpy(copy.get(), text.data(), text.size());
-    copy[text.size()] = '\0';
+    CopyTo(copy.get(), text);
     return copy;
 }
 
@@ -109,8 +113,9 @@ void NodeReader::TakeLine(const Line& line) {
         BeginKey({line.text + 1, end});
         return;
     }
-    const auto* const tag = static_cast<char*>(memchr(line.text, '=', line.length));
-    if (tag != nullptr) TakeValue({line.text, tag}, tag);
+    const std::string_view text{line.text, line.length};
+    const size_t tag = text.find('=');
+    if (tag != text.npos) TakeValue(text.substr(0, tag), text.substr(tag));
 }
 
 void NodeReader::BeginKey(std::string_view name) {
@@ -129,21 +134,36 @@ void NodeReader::EndKey() {
     Store(std::move(level.name), std::move(level.key), kRegistrySubkey);
 }
 
-void NodeReader::TakeValue(std::string_view name, const char* tag) {
-    if (strncmp(tag, "=s=", 3) == 0) {
-        Store(Copy(name), Copy(tag + 3), kRegistryString);
-    } else if (strncmp(tag, "=es=", 4) == 0) {
-        Store(Copy(name), Copy(tag + 4), kRegistryExpandString);
-    } else if (strncmp(tag, "=d=", 3) == 0) {
+/// REQUIRES: a NUL stands behind the text.
+void NodeReader::TakeValue(std::string_view name, std::string_view tagAndText) {
+    if (tagAndText.starts_with("=s=")) {
+        StoreText(CopyBoth(name, tagAndText.substr(3)), kRegistryString);
+    } else if (tagAndText.starts_with("=es=")) {
+        StoreText(CopyBoth(name, tagAndText.substr(4)), kRegistryExpandString);
+    } else if (tagAndText.starts_with("=d=")) {
+        const char* const text = tagAndText.data() + 3;
         char* end = nullptr;
-        const auto number = static_cast<uint32_t>(strtol(tag + 3, &end, 10));
-        if (end != tag + 3) Store(Copy(name), uint64_t{number}, kRegistryDoubleWord);
-    } else if (strncmp(tag, "=b=", 3) == 0) {
-        Store(Copy(name), ParseBinary(tag + 3), kRegistryBinary);
+        const auto number = static_cast<uint32_t>(strtol(text, &end, 10));
+        if (end != text) Store(Copy(name), uint64_t{number}, kRegistryDoubleWord);
+    } else if (tagAndText.starts_with("=b=")) {
+        Store(Copy(name), ParseBinary(tagAndText.data() + 3), kRegistryBinary);
     } else {
         return;
     }
     m_Levels.back().hasValues = true;  // also by a number without a digit
+}
+
+NodeReader::NameAndText NodeReader::CopyBoth(std::string_view name, std::string_view text) {
+    const size_t place = (name.size() + 1) | 1;
+    auto block = std::make_unique_for_overwrite<char[]>(place + text.size() + 1);
+    CopyTo(block.get(), name);
+    CopyTo(block.get() + place, text);
+    char* const behind = block.get() + place;
+    return {std::move(block), behind};
+}
+
+void NodeReader::StoreText(NameAndText both, uint64_t type) {
+    Store(std::move(both.name), reinterpret_cast<uint64_t>(both.text), type);
 }
 
 template <typename Owner>
@@ -154,11 +174,15 @@ void NodeReader::Store(std::unique_ptr<char[]> name, Owner owner, uint64_t type)
 
 /// Throws `std::bad_alloc` before anything has changed.
 void NodeReader::Store(std::unique_ptr<char[]> name, uint64_t value, uint64_t type) {
-    if (m_Levels.size() == 1 && ReplaceInTop(name.get(), value, type)) return;
+    NameTableEntry item{name.get(), value, type};
+    if (m_Levels.size() == 1 && ExchangeInTop(item)) {
+        (void)name.release();
+        DropItem(item);
+        return;
+    }
     if (m_Items.size() == m_Items.capacity())
         m_Items.reserve(std::max<size_t>(64, 2 * m_Items.size()));
     Level& level = m_Levels.back();
-    const NameTableEntry item{name.get(), value, type};
     const bool isKey = type == kRegistrySubkey;
     const size_t former = isKey                          ? level.lastKey
                           : m_Items.size() > level.begin ? m_Items.size() - 1
@@ -176,15 +200,13 @@ void NodeReader::Store(std::unique_ptr<char[]> name, uint64_t value, uint64_t ty
     (void)name.release();
 }
 
-bool NodeReader::ReplaceInTop(const char* name, uint64_t value, uint64_t type) {
-    OldValue old;
-    {
-        const RecursiveLockGuard hold{m_Top.Lock()};
-        NameTableEntry* const entry = m_Top.Find(name);
-        if (entry == nullptr) return false;
-        old = Replace(*entry, value, type);
-    }
-    DisposeValue(old);
+/// Puts the item in the place of one that the top has already. False if there is none; `item` then is
+/// as it was, and what was there otherwise.
+bool NodeReader::ExchangeInTop(NameTableEntry& item) {
+    const RecursiveLockGuard hold{m_Top.Lock()};
+    NameTableEntry* const entry = m_Top.Find(item.Name);
+    if (entry == nullptr) return false;
+    std::swap(*entry, item);
     return true;
 }
 
@@ -264,9 +286,9 @@ void NodeReader::MergeIntoTop() {
     }
     Sort(m_Levels.front());
     // Somebody else may have set one of the names while the file was read.
-    std::erase_if(m_Items, [this](const NameTableEntry& item) {
-        if (!ReplaceInTop(item.Name, item.Value, item.Type)) return false;
-        delete[] item.Name;
+    std::erase_if(m_Items, [this](NameTableEntry& item) {
+        if (!ExchangeInTop(item)) return false;
+        DropItem(item);
         return true;
     });
     if (m_Items.empty()) return;

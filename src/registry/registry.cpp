@@ -4,11 +4,13 @@
 
 #include "registry/registry.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "registry/disposal.h"
 #include "trace/no_cancellation.h"
@@ -170,6 +172,7 @@ bool MakeValue(const void* data, unsigned size, unsigned type, std::unique_ptr<c
 // --- Construction ------------------------------------------------------------------------------
 
 CRegistry::CRegistry() {
+    const NoCancellation untilMade;  // what is counted here is counted down by the destructor only
     g_RetiredKeys.HandleMade();
     InitClass();
 }
@@ -317,8 +320,8 @@ int CRegistry::DeleteKey(const char* name) {
         if (entry == nullptr || entry->Type != kRegistrySubkey) return EINVAL;
         old = Replace(*entry, 0, kRegistrySubkey);
     }
-    DisposeValue(old);
     MIsDirty = true;
+    DisposeValue(old);
     return 0;
 }
 
@@ -360,40 +363,56 @@ unsigned CRegistry::GetValueSize(const char* name, HKEY node) {
 
 char* CRegistry::GetValue(const char* name, HKEY node) {
     m_ValueLength = 0;
-    const bool isRead = ReadValue(name, NodeOr(node));
+    std::unique_ptr<char[]> value = ReadValue(name, NodeOr(node));
     TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", Shown(name),
           static_cast<int>(m_ValueLength));
-    if (!isRead) return nullptr;
+    if (value == nullptr) return nullptr;
+    m_ValueBuffer = std::move(value);  // only now: `name` may be the value read before
     if (m_ValueType == static_cast<int32_t>(kRegistryExpandString) && m_ExpandStrings) {
         if (!ExpandValue()) return nullptr;
     }
     return m_ValueBuffer.get();
 }
 
-/// Copies a value into the buffer. False, with the length that it has, if there is no memory.
-bool CRegistry::ReadValue(const char* name, CRegistryNode* key) {
-    if (key == nullptr) return false;
+/// A copy of a value, of which length and type are kept. Null, with the length, if there is no memory.
+std::unique_ptr<char[]> CRegistry::ReadValue(const char* name, CRegistryNode* key) {
+    if (key == nullptr) return nullptr;
     const RecursiveLockGuard hold{key->Lock()};
     const NameTableEntry* const entry = key->Find(name);
-    if (entry == nullptr) return false;
+    if (entry == nullptr) return nullptr;
     const Data data = DataOf(*entry);
     m_ValueLength = data.size;
-    if (data.size == 0) return false;
+    if (data.size == 0) return nullptr;
     try {
-        m_ValueBuffer = CopyBytes(data.bytes, data.size);
+        auto value = CopyBytes(data.bytes, data.size);
+        m_ValueType = static_cast<int32_t>(entry->Type);
+        return value;
     } catch (const std::bad_alloc&) {
-        return false;
+        return nullptr;
     }
-    m_ValueType = static_cast<int32_t>(entry->Type);
+}
+
+/// Stores bytes and a NUL. False without memory.
+bool CRegistry::StoreInBuffer(const void* bytes, size_t size) {
+    if (size >= m_BufferSize) {
+        try {
+            const size_t larger = std::max<size_t>(size + 1, 64);
+            m_ValueBuffer = std::make_unique_for_overwrite<char[]>(larger);
+            m_BufferSize = larger;
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+    memcpy(m_ValueBuffer.get(), bytes, size);
+    m_ValueBuffer[size] = '\0';
     return true;
 }
 
 bool CRegistry::ExpandValue() {
     try {
         const std::string text = Expand(m_ValueBuffer.get());
-        m_ValueBuffer = CopyBytes(text.data(), text.size());
         m_ValueLength = static_cast<uint32_t>(text.size());
-        return true;
+        return StoreInBuffer(text.data(), text.size());
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -408,7 +427,10 @@ int CRegistry::ReadText(const char* name, HKEY node) {
 
 int CRegistry::GetValue(unsigned* out, const char* name, HKEY node) {
     if (out == nullptr || name == nullptr || NodeOr(node) == nullptr) return EINVAL;
+    // The value itself counts, not what it would be expanded to.
+    const bool expand = std::exchange(m_ExpandStrings, false);
     const char* const value = GetValue(name, node);
+    m_ExpandStrings = expand;
     if (value == nullptr || m_ValueLength != sizeof *out) return ENODATA;
     memcpy(out, value, sizeof *out);
     return 0;
@@ -498,6 +520,7 @@ bool CRegistry::SetValue(const char* name, const void* data, unsigned size, unsi
                          HKEY node) {
     CRegistryNode* const key = NodeOr(node);
     if (key == nullptr) return false;
+    const NoCancellation untilFreed;
     MIsDirty = true;
     TRACE(2, "CRegistry::SetValue \"%s\" %d %d\n", Shown(name), static_cast<int>(size),
           static_cast<int>(type));

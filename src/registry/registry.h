@@ -49,7 +49,10 @@ inline constexpr int kHiveCurrentConfig = 4;  ///< HKEY_CURRENT_CONFIG: current 
 ///
 /// Thread-safety: a handle belongs to one thread; any number of handles may work on the tree at a
 /// time. Each access to a key is one step, a walk along a path is not. A key that another handle
-/// deletes is an empty key to those who stand on it, and what they set there is lost.
+/// deletes is an empty key to those who stand on it, and what they set there is lost; its memory is
+/// freed at the first moment without any handle, so let no handle live as long as the process. Hold
+/// the lock of no key while a handle is made or goes: a save takes the locks of the keys, one at a
+/// time, behind its own.
 class ZORN_API CRegistry {
   public:
     /// No current key.
@@ -156,7 +159,7 @@ class ZORN_API CRegistry {
     char* GetValue(const char* name, HKEY node);
 
     /// The first four bytes of a value that has four bytes: of a number, but also of a text of three
-    /// characters. 0, 22 or 61; `*out` is set by 0 only.
+    /// characters, which is not expanded. 0, 22 or 61; `*out` is set by 0 only.
     int GetValue(unsigned* out, const char* name, HKEY node);
 
     /// A text. 0, 22 or 61; `out` is set by 0 only.
@@ -255,6 +258,7 @@ class ZORN_API CRegistry {
     CRegistryNode* m_Node;                  ///< the current key, or null
     std::unique_ptr<char[]> m_ValueBuffer;  ///< the value last read
     std::unique_ptr<char[]> m_KeyPath;      ///< what was last given to `Open`
+    size_t m_BufferSize = 0;  ///< of `m_ValueBuffer`, which is used again while it will do
 
     static CRecursiveLock MRegistryLock;   ///< guards the statics below and the files
     static CRegistryNode MRoot;            ///< its entries are the hives
@@ -270,7 +274,8 @@ class ZORN_API CRegistry {
     void Clear();
     void CopyPosition(const CRegistry& other);
     int FailOpen();
-    bool ReadValue(const char* name, CRegistryNode* key);
+    std::unique_ptr<char[]> ReadValue(const char* name, CRegistryNode* key);
+    bool StoreInBuffer(const void* bytes, size_t size);
     bool ExpandValue();
     int ReadText(const char* name, HKEY node);
     int StoreEntryData(const NameTableEntry& entry, char* data, unsigned& dataLength);

@@ -71,6 +71,7 @@ void CRegistry::SetupTree(bool forceSetup) {
         MPRegistryTemp = PathOf("registry.new");
         MPRegistryDefault = PathOf("registry.default");
         if (Files().Restore(MRoot) == nullptr) return;
+        const RecursiveLockGuard noneGoes{MRoot.Lock()};
         for (int i = 0; i < kRegistryHives; ++i) Hive(i) = MRoot.FindChild(kHiveNames[i]);
         MIsSetup = true;
     } catch (const std::exception&) {
@@ -141,8 +142,8 @@ void CRegistry::RestoreHives() {
             const NameTableEntry* const entry = MRoot.Find(kHiveNames[i]);
             if (entry != nullptr && IsKey(*entry)) continue;
             if (entry != nullptr) old = {entry->Value, entry->Type};
-            MRoot.Insert(kHiveNames[i], reinterpret_cast<uint64_t>(Hive(i).load()),
-                         kRegistrySubkey);
+            // A hive that is not in the tree has no key: what `MHives` may still hold is about to go.
+            MRoot.Insert(kHiveNames[i], 0, kRegistrySubkey);
         } catch (const std::bad_alloc&) {
             continue;
         }
@@ -152,7 +153,8 @@ void CRegistry::RestoreHives() {
 
 void CRegistry::ForgetHive(const CRegistryNode* key) {
     for (int i = 0; i < kRegistryHives; ++i) {
-        if (Hive(i).load() == key) Hive(i) = nullptr;
+        auto* gone = const_cast<CRegistryNode*>(key);
+        Hive(i).compare_exchange_strong(gone, nullptr);
     }
 }
 
@@ -205,7 +207,8 @@ int RegistryFiles::Rotate() const {
     const bool isBad = isThere && !isGood && S_ISREG(former.st_mode);
     int error = 0;
     if (isBad && Exchange(temporary, current)) {
-        isGood = Rename(temporary, backup) == 0;
+        isGood = true;
+        if (Rename(temporary, backup) != 0) (void)unlink(temporary.c_str());
     } else {
         if (isThere && !isBad) (void)Rename(current, backup);
         error = Rename(temporary, current);

@@ -25,7 +25,8 @@ struct RegistryFiles {
     const std::string* Restore(CRegistryNode& tree) const;
 
     /// Writes the tree to `temporary` and puts that in the place of `current` once it is whole; the
-    /// former file becomes the backup unless it is empty. 0, or the error number of what kept the
+    /// former file becomes the backup unless it is empty, or unless it held no tree and the file
+    /// system cannot exchange two files. 0, or the error number of what kept the
     /// new file from its place, which shows in the trace too.
     int Save(CRegistryNode& tree) const;
 

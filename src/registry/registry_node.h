@@ -7,7 +7,7 @@
 #include "trace/api.h"
 
 /// How to read the `Value` of an entry in a key: its `Type`.
-inline constexpr unsigned kRegistryString = 1;        ///< NUL-terminated text, from `new[]`
+inline constexpr unsigned kRegistryString = 1;        ///< NUL-terminated text
 inline constexpr unsigned kRegistryExpandString = 2;  ///< the same; %NAME% is expanded on reading
 inline constexpr unsigned kRegistryBinary = 3;  ///< from `new[]`: u32 length, then so many bytes
 inline constexpr unsigned kRegistryDoubleWord = 4;  ///< the number itself, no pointer
@@ -21,7 +21,7 @@ inline constexpr unsigned kRegistryAllValues = 999;
 /// table of its parent.
 ///
 /// An entry may be a subkey with a null child: what is left of a key that was deleted. It counts as
-/// a missing key.
+/// a missing key. Children are made by `CRegistry::CreateKey` and by the reading of a file only.
 ///
 ///     CRegistryNode tree;                                       // a tree of one's own
 ///     if (CRegistry::RestoreTree(path, &tree) != 0) Show(tree);  // freed with the object

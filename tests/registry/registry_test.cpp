@@ -169,6 +169,8 @@ TEST(Registry, AssignmentStartsOverButWhatWasReadStays) {
         EXPECT_THAT(trace.Lines(), ElementsAre("CRegistry::InitClass", "CRegistry::InitClass"));
         EXPECT_EQ(registry.ValueLength(), 0U);
         EXPECT_STREQ(value, "/usr/lib");
+        EXPECT_EQ(registry.Open("HKEY_LOCAL_MACHINE\\SOFTWARE", nullptr, 0), 0);
+        EXPECT_STREQ(registry.GetValue("Home", nullptr), "/bin") << "expanded, as in a new handle";
     });
 }
 
@@ -341,6 +343,15 @@ TEST(CreateKey, OnAPathThatIsThereChangesNothingAndNothingIsSaved) {
     EXPECT_FALSE(host.Exists(kBackup));
 }
 
+TEST(CreateKey, IsAChangeThatIsSaved) {
+    RegistryHost host{kTree};
+    host.Run([] {
+        Software registry;
+        EXPECT_EQ(registry.CreateKey(nullptr, "Fresh"), 0);
+    });
+    EXPECT_NE(host.Read(kRegistry).find("[Fresh]"), std::string::npos);
+}
+
 TEST(CreateKey, UnderTheNameOfAValueFailsAndKeepsIt) {
     WithTree([] {
         Software registry;
@@ -349,6 +360,7 @@ TEST(CreateKey, UnderTheNameOfAValueFailsAndKeepsIt) {
         EXPECT_EQ(registry.CreateKey(nullptr, "New\\x"), 0);
         EXPECT_EQ(registry.CreateKey(software, "Path\\x"), -1);
         EXPECT_EQ(registry.CreateKey(software, "New2\\y\\"), 0);
+        EXPECT_EQ(ContentOf(registry), "\n") << "no key without a name below it";
         std::string path;
         EXPECT_EQ(registry.GetValue(path, "Path", software), 0);
         EXPECT_EQ(path, "/usr/lib");
@@ -513,6 +525,16 @@ TEST(DeleteKey, GivesTwentyTwoForWhatIsNoSubkey) {
     });
 }
 
+TEST(DeleteKey, OfADeletedKeyMarksTheTreeAsChanged) {
+    RegistryHost host{kTree};
+    host.Run([] {
+        { EXPECT_EQ(Software{}.DeleteKey("B"), 0); }
+        EXPECT_EQ(remove(kRegistry.c_str()), 0);
+        { EXPECT_EQ(Software{}.DeleteKey("B"), 0); }
+    });
+    EXPECT_TRUE(host.Exists(kRegistry));
+}
+
 TEST(DeleteKey, AHandleOnADeletedKeyFindsItEmpty) {
     WithTree([] {
         Software software;
@@ -631,6 +653,28 @@ TEST(GetValue, TracesTheLengthAtLevelFour) {
     });
 }
 
+TEST(GetValue, MayBeAskedForTheNameThatItGave) {
+    WithTree([] {
+        Software registry;
+        EXPECT_EQ(registry.SetValue("Link", "Path"), 0);
+        TraceCapture trace{4};
+        EXPECT_STREQ(registry.GetValue(registry.GetValue("Link", nullptr), nullptr), "/usr/lib");
+        EXPECT_THAT(trace.Lines(), ElementsAre("CRegistry::GetValue \"Link\" --> len 5",
+                                               "CRegistry::GetValue \"Path\" --> len 9"));
+    });
+}
+
+TEST(Registry, WritesTheLinesOfItsOperationsAtLevelTwo) {
+    WithTree([] {
+        Software registry;
+        TraceCapture trace{1};
+        (void)registry.DeleteKey("A");
+        (void)registry.DeleteValue("Path");
+        (void)registry.OpenPointer("HKEY_LOCAL_MACHINE", "None", nullptr, 0);
+        EXPECT_THAT(trace.Lines(), IsEmpty());
+    });
+}
+
 TEST(GetValue, ExpandsVariablesOfTheEnvironment) {
     WithTree([] {
         (void)unsetenv("LWD_QX_HOME");
@@ -670,6 +714,10 @@ TEST(GetValue, ANumberIsWhateverHasFourBytes) {
         EXPECT_EQ(static_cast<int>(number), -42);
         EXPECT_EQ(registry.GetValue(&number, "Short", nullptr), 0);  // "abc" and its NUL
         EXPECT_EQ(memcmp(&number, "abc", 4), 0);
+        EXPECT_TRUE(registry.SetValue("Unset", "%u%", 3, kRegistryExpandString, nullptr));
+        EXPECT_EQ(registry.GetValue(&number, "Unset", nullptr), 0);  // its size counts, not what
+        EXPECT_EQ(memcmp(&number, "%u%", 4), 0);                     // it would be expanded to
+        EXPECT_STREQ(registry.GetValue("Unset", nullptr), "");
         for (const char* bad : {"Path", "Blob", "Empty", "A", "X"}) {
             EXPECT_EQ(registry.GetValue(&number, bad, nullptr), ENODATA) << bad;
         }
@@ -745,7 +793,6 @@ TEST(GetValue, WithoutMemoryThereIsNone) {
     if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
     WithTree([] {
         Software registry;
-        EXPECT_STREQ(registry.GetValue("Short", nullptr), "abc");
         std::string text = "before";
         FaultOf<&::malloc> fault;
         fault.AlwaysFail(ENOMEM);

@@ -144,3 +144,23 @@ TEST(RegistryThreads, TreesThatCannotBeRestoredAreTriedByManyAtATime) {
     });
     EXPECT_TRUE(host.Exists(kRegistry));
 }
+
+TEST(RegistryThreads, AHiveMayGoWhileHandlesAreMade) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        OnThreads([](int id) {
+            for (int i = 0; i < 100; ++i) {
+                CRegistry registry;
+                ASSERT_EQ(registry.Open("", nullptr, 0), 0);
+                if (id != 0) {
+                    (void)registry.Open("HKEY_LOCAL_MACHINE\\X", nullptr, 0);
+                } else if (i % 2 == 0) {
+                    (void)registry.DeleteKey("HKEY_LOCAL_MACHINE");
+                } else {
+                    EXPECT_EQ(registry.CreateKey(nullptr, "HKEY_LOCAL_MACHINE\\X"), 0);
+                }
+            }
+        });
+        EXPECT_EQ(WrittenTree(), "[HKEY_LOCAL_MACHINE]\n[X]\n\n\n\n");
+    });
+}

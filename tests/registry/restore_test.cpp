@@ -180,6 +180,19 @@ TEST(SetupTree, DoesNothingOnceTheTreeIsThereUnlessForced) {
     });
 }
 
+TEST(SetupTree, ThatIsForcedAndFailsKeepsTheTree) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        EXPECT_EQ(NameInTree(), "first");
+        EXPECT_EQ(remove(kRegistry.c_str()), 0);
+        CRegistry::SetupTree(true);
+        TraceCapture trace{2};
+        CRegistry::SetupTree(false);
+        EXPECT_THAT(trace.Lines(), IsEmpty()) << "it counts as set up";
+        EXPECT_EQ(NameInTree(), "first");
+    });
+}
+
 TEST(SetupTree, SetsTheHivesThatTheFileHas) {
     RegistryHost host{
         "[HKEY_LOCAL_MACHINE]\na=d=1\n\n[HKEY_USERS]\n\n[HKEY_CURRENT_CONFIG]\n\n"

@@ -336,6 +336,20 @@ TEST(SaveTree, ADirectoryInPlaceOfTheBackupDoesNotKeepTheNewFileOut) {
     EXPECT_EQ(host.Read(kRegistry), TreeWith("second"));
 }
 
+TEST(SaveTree, ADirectoryInPlaceOfTheBackupLeavesNothingOfABadFile) {
+    RegistryHost host{"garbage\n"};
+    host.File(kBackup + "/entry", "");
+    host.File(kDefault, TreeWith("default"));
+    host.Run([] {
+        EXPECT_EQ(LinesOfSet("second"),
+                  (Lines{CannotRename(kTemporary, kBackup, "Is a directory")}));
+        EXPECT_TRUE(IsMissing(kTemporary));
+        Set("third");
+    });
+    EXPECT_EQ(host.Read(kRegistry), TreeWith("third"));
+    EXPECT_FALSE(host.Exists(kTemporary));
+}
+
 TEST(SaveTree, ADirectoryInPlaceOfTheNewFileLeavesTheGoodCopy) {
     RegistryHost host{TreeWith("first")};
     host.File(kTemporary + "/entry", "");
