@@ -19,6 +19,8 @@ BARS = [
     ("SetReset-Yield", "SetResetCondition", 1.5),
     ("WakeUp", "WakeUpCondition", 1.5),
     ("WaitZero", 200.0, 1),
+    ("RunTrue", "RunTrueSpawn", 2),
+    ("RunTrue", "RunTrueLoop", 0.05),
     ("ProfileVendors", "ProfileVendorsFloor", 1.5),
     ("ProfileOneSection", "ProfileOneSectionFloor", 1.5),
 ]

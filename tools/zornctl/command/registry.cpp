@@ -1,0 +1,370 @@
+// An action is a function that has the tree; `kActions` are their names. Those that write change it, and
+// it is saved behind them if its text is another one then.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+#include "registry/registry_node.h"
+#include "zornctl/command/commands.h"
+#include "zornctl/output/escape.h"
+#include "zornctl/output/table.h"
+#include "zornctl/registry/lost_lines.h"
+#include "zornctl/registry/registry_directory.h"
+#include "zornctl/registry/registry_tree.h"
+#include "zornctl/system/service_paths.h"
+#include "zornctl/system/service_processes.h"
+#include "zornctl/system/whole_file.h"
+
+namespace zornctl {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr std::array kHives{std::string_view{"HKEY_LOCAL_MACHINE"},
+                            std::string_view{"HKEY_CURRENT_USER"}, std::string_view{"HKEY_USERS"},
+                            std::string_view{"HKEY_CLASSES_ROOT"},
+                            std::string_view{"HKEY_CURRENT_CONFIG"}};
+
+/// What an action works with.
+struct Call {
+    const Arguments& arguments;
+    Output& output;
+    RegistryDirectory directory;
+    CRegistryNode tree = {};
+    RegistrySource source = {};
+    std::vector<LostLine> lost = {};  ///< of a file that was imported
+
+    [[nodiscard]] std::string Word(size_t place) const {
+        return arguments.Operand(place).value_or(std::string{});
+    }
+    [[nodiscard]] KeyPath Path() const { return SplitKeyPath(Word(0)); }
+
+    [[nodiscard]] Failure NotFound(std::string cause, std::string remedy) const {
+        return {ExitStatus::kNotFound, source.path, std::move(cause), std::move(remedy)};
+    }
+};
+
+// --- Finding -------------------------------------------------------------------------------------
+
+/// The beginning of a path that is there.
+KeyPath Existing(CRegistryNode& tree, KeyPath path) {
+    while (FindKey(tree, path) == nullptr) path.pop_back();
+    return path;
+}
+
+CRegistryNode& KeyAt(Call& call, const KeyPath& path) {
+    CRegistryNode* const key = FindKey(call.tree, path);
+    if (key != nullptr) return *key;
+    const auto parent = Existing(call.tree, path);
+    throw call.NotFound("no key " + JoinKeyPath(path),
+                        "see zornctl registry list " + JoinKeyPath(parent));
+}
+
+RegistryItem ValueAt(Call& call, const KeyPath& path, const std::string& name) {
+    auto item = FindItem(KeyAt(call, path), name);
+    if (!item) {
+        throw call.NotFound("no value '" + name + "' in " + JoinKeyPath(path),
+                            "see zornctl registry list " + JoinKeyPath(path));
+    }
+    if (item->key == nullptr) return std::move(*item);
+    auto below = path;
+    below.push_back(name);
+    throw call.NotFound("'" + name + "' is a key", "name it as KEY alone: " + JoinKeyPath(below));
+}
+
+// --- Showing -------------------------------------------------------------------------------------
+
+void AddValue(ordered_json& object, const RegistryItem& item) {
+    const auto& value = item.value;
+    const bool isEscaped = !IsUtf8(value.bytes) && value.type != kRegistryBinary;
+    object["name"] = JsonText(item.name);
+    object["type"] = NameOfType(value.type);
+    if (item.key != nullptr) {
+        object["value"] = nullptr;
+    } else if (value.type == kRegistryDoubleWord) {
+        object["value"] = value.number;
+    } else {
+        object["value"] = isEscaped ? EscapeReversibly(value.bytes) : FormatRegistryValue(value);
+    }
+    object["escaped"] = isEscaped;
+}
+
+ordered_json SourceObject(const Call& call, const KeyPath& path) {
+    return {{"action", call.arguments.Action()->name},
+            {"path", JsonText(call.source.path)},
+            {"note", JsonText(call.source.note)},
+            {"key", JsonText(JoinKeyPath(path))}};
+}
+
+/// Calls `show` for a key and, if it is wished for, for those below it in the order of their names.
+template <typename Show>
+void Walk(CRegistryNode& top, const KeyPath& path, bool isRecursive, Show show) {
+    std::vector<std::pair<CRegistryNode*, KeyPath>> open{{&top, path}};
+    while (!open.empty()) {
+        const auto [key, at] = std::move(open.back());
+        open.pop_back();
+        const auto items = ItemsOf(*key);
+        show(at, items);
+        if (!isRecursive) return;
+        for (auto item = items.rbegin(); item != items.rend(); ++item) {
+            if (item->key == nullptr) continue;
+            open.emplace_back(item->key, at);
+            open.back().second.push_back(item->name);
+        }
+    }
+}
+
+void List(Call& call) {
+    const auto path = call.Path();
+    CRegistryNode& key = KeyAt(call, path);
+    const bool isRecursive = call.arguments.Has("recursive");
+    auto objects = ordered_json::array();
+    std::vector<std::vector<Cell>> rows;
+    Walk(key, path, isRecursive, [&](const KeyPath& at, const std::vector<RegistryItem>& items) {
+        const auto shown = JoinKeyPath(at);
+        for (const auto& item : items) {
+            if (call.output.IsJson()) {
+                objects.push_back({{"key", JsonText(shown)}});
+                AddValue(objects.back(), item);
+                continue;
+            }
+            const auto type = NameOfType(item.value.type);
+            const auto value = item.key != nullptr ? "" : FormatRegistryValue(item.value);
+            rows.push_back({item.name, type, value});
+            if (isRecursive) rows.back().insert(rows.back().begin(), shown);
+        }
+    });
+    if (call.output.IsJson()) {
+        auto object = SourceObject(call, path);
+        object["entries"] = std::move(objects);
+        call.output.WriteJson(object);
+    } else {
+        std::vector<std::string> titles{"NAME", "TYPE", "VALUE"};
+        if (isRecursive) titles.insert(titles.begin(), "KEY");
+        call.output.WriteText(FormatTable(titles, rows, call.output.Style()));
+    }
+}
+
+void Get(Call& call) {
+    const auto path = call.Path();
+    const auto item = ValueAt(call, path, call.Word(1));
+    if (call.output.IsJson()) {
+        auto object = SourceObject(call, path);
+        AddValue(object, item);
+        call.output.WriteJson(object);
+    } else {
+        call.output.WriteText(Escape(FormatRegistryValue(item.value)) + "\n");
+    }
+}
+
+/// The text with only its newlines as they are.
+std::string EscapeLines(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const auto line = text.substr(0, text.find('\n'));
+        out.append(Escape(line)).append("\n");
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return out;
+}
+
+void Export(Call& call) {
+    const auto path = call.Path();
+    const auto text = TextOf(KeyAt(call, path), path);
+    if (call.output.IsJson()) {
+        const bool isEscaped = !IsUtf8(text);
+        auto object = SourceObject(call, path);
+        object["text"] = isEscaped ? EscapeReversibly(text) : text;
+        object["escaped"] = isEscaped;
+        call.output.WriteJson(object);
+    } else {
+        call.output.WriteText(isatty(STDOUT_FILENO) == 0 ? text : EscapeLines(text));
+    }
+}
+
+// --- Changing ------------------------------------------------------------------------------------
+
+void Set(Call& call) {
+    const auto path = call.Path();
+    const auto name = call.Word(1);
+    const auto type = call.arguments.Value("type").value_or("string");
+    const auto value = ParseRegistryValue(type, call.Word(2));
+    (void)FormatRegistryLine(name, value);
+    if (FindKey(call.tree, path) == nullptr) {
+        throw call.NotFound("no key " + JoinKeyPath(path),
+                            "make it: zornctl registry create " + JoinKeyPath(path));
+    }
+    CRegistryNode& key = KeyAt(call, path);
+    const auto item = FindItem(key, name);
+    if (item && item->key != nullptr) {
+        throw call.NotFound("'" + name + "' is a key, which a value would replace",
+                            "delete the key first, or take another name");
+    }
+    PutValue(key, name, value);
+}
+
+void DeleteKey(Call& call, KeyPath path) {
+    CRegistryNode& key = KeyAt(call, path);
+    const auto items = ItemsOf(key);
+    const bool hasKeys = std::any_of(items.begin(), items.end(),
+                                     [](const RegistryItem& item) { return item.key != nullptr; });
+    if (hasKeys && !call.arguments.Has("recursive")) {
+        throw call.NotFound(JoinKeyPath(path) + " has subkeys",
+                            "add --recursive to delete them too");
+    }
+    const auto name = path.back();
+    path.pop_back();
+    RemoveItem(KeyAt(call, path), name);
+}
+
+void Delete(Call& call) {
+    const auto path = call.Path();
+    if (const auto name = call.arguments.Operand(1)) {
+        (void)ValueAt(call, path, *name);
+        RemoveItem(KeyAt(call, path), *name);
+    } else if (path.empty()) {
+        throw Failure{ExitStatus::kWrongUse, {}, "the root cannot be deleted", "name a key"};
+    } else {
+        DeleteKey(call, path);
+    }
+}
+
+/// A key that no handle of the service would look for is a slip of the pen.
+void CheckHive(Call& call, const KeyPath& path) {
+    if (path.empty()) throw Failure{ExitStatus::kWrongUse, {}, "KEY is empty", "name a key"};
+    const bool isHive = std::find(kHives.begin(), kHives.end(), path[0]) != kHives.end();
+    if (isHive || call.tree.FindChild(path[0].c_str()) != nullptr) return;
+    const std::vector<std::string_view> hives{kHives.begin(), kHives.end()};
+    const auto nearest = NearestName(path[0], hives);
+    std::string all;
+    for (const auto hive : kHives) all.append(all.empty() ? "" : ", ").append(hive);
+    throw Failure{
+        ExitStatus::kWrongUse,
+        {},
+        "no hive '" + path[0] + "'",
+        nearest.empty() ? "the hives are " + all : "did you mean " + std::string{nearest} + "?"};
+}
+
+void Create(Call& call) {
+    const auto path = call.Path();
+    CheckHive(call, path);
+    (void)MakeKey(call.tree, path);
+}
+
+void Import(Call& call) {
+    const auto file = call.Word(0);
+    const bool isForced = call.arguments.Has("force");
+    const auto text =
+        file == "-" ? ReadStandardInput(kLargestRegistry) : ReadWholeFile(file, kLargestRegistry);
+    call.lost = FindLostLines(text);
+    if (!call.lost.empty() && !isForced) {
+        throw Failure{ExitStatus::kNotFound, file, FormatLostLines(call.lost),
+                      "mend that, or add --force to go on without"};
+    }
+    CRegistryNode added;
+    ReadText(added, text);
+    if (ItemsOf(added).empty()) {
+        throw Failure{ExitStatus::kNotFound, file, "holds neither a key nor a value",
+                      "name a file that zornctl registry export has written"};
+    }
+    const auto conflict = FindConflict(call.tree, added);
+    if (conflict && !isForced) {
+        throw Failure{ExitStatus::kNotFound, file,
+                      JoinKeyPath(*conflict) + " is a key here and a value there",
+                      "delete one of the two, or add --force to replace what is there"};
+    }
+    Merge(call.tree, added);
+}
+
+// --- Around the actions --------------------------------------------------------------------------
+
+void RefuseWhileRunning(const Call& call) {
+    if (call.arguments.Has("while-running") || !call.directory.IsOfService()) return;
+    const auto processes = FindServiceProcesses();
+    if (processes.empty()) return;
+    throw Failure{ExitStatus::kNotFound, call.directory.Path(),
+                  "the service runs (process " + std::to_string(processes[0].pid) +
+                      "): it would not see the change, and undo it with its next save",
+                  "stop it first, or add --while-running"};
+}
+
+void Read(Call& call) {
+    call.source = call.directory.Read(call.tree);
+    if (!call.source.note.empty()) Output::WriteNote(call.source.note);
+}
+
+void Save(Call& call, bool hadValues) {
+    if (hadValues && !HasValues(call.tree)) {
+        throw Failure{ExitStatus::kNotFound, call.directory.Path(),
+                      "no value would be left, and the service take registry.old instead",
+                      "set another value first, or remove the files"};
+    }
+    call.directory.Save(call.tree);
+}
+
+void WriteChange(Call& call, bool isChanged) {
+    if (!call.output.IsJson()) {
+        if (!call.lost.empty()) Output::WriteNote("left out: " + FormatLostLines(call.lost));
+        return;
+    }
+    const bool isImport = call.arguments.Action()->name == "import";
+    auto object = SourceObject(call, isImport ? KeyPath{} : call.Path());
+    object["path"] = JsonText(call.directory.Path());
+    object["changed"] = isChanged;
+    object["lost"] = ordered_json::array();
+    for (const auto& line : call.lost) {
+        object["lost"].push_back({{"line", line.number}, {"reason", line.reason}});
+    }
+    call.output.WriteJson(object);
+}
+
+struct ActionFunction {
+    std::string_view name;
+    void (*run)(Call& call);
+    bool isWriting;
+};
+
+constexpr std::array kActions{
+    ActionFunction{"list", List, false},    ActionFunction{"get", Get, false},
+    ActionFunction{"set", Set, true},       ActionFunction{"delete", Delete, true},
+    ActionFunction{"create", Create, true}, ActionFunction{"export", Export, false},
+    ActionFunction{"import", Import, true},
+};
+
+void Show(Call& call, const ActionFunction& action) {
+    Read(call);
+    if (!call.source.isFound && ItemsOf(call.tree).empty()) {
+        throw call.NotFound("no registry to be read", "see zornctl doctor");
+    }
+    action.run(call);
+}
+
+void Change(Call& call, const ActionFunction& action) {
+    RefuseWhileRunning(call);
+    call.directory.Lock();
+    Read(call);
+    const bool hadValues = HasValues(call.tree);
+    const auto before = TextOf(call.tree);
+    action.run(call);
+    const bool isChanged = TextOf(call.tree) != before;
+    if (isChanged) Save(call, hadValues);
+    WriteChange(call, isChanged);
+}
+
+}  // namespace
+
+ExitStatus RunRegistry(const Arguments& arguments, Output& output) {
+    Call call{arguments, output,
+              RegistryDirectory{arguments.Value("directory").value_or(kRegistryDirectory)}};
+    const auto* const action = std::find_if(
+        kActions.begin(), kActions.end(),
+        [&](const ActionFunction& row) { return row.name == arguments.Action()->name; });
+    action->isWriting ? Change(call, *action) : Show(call, *action);
+    return ExitStatus::kDone;
+}
+
+}  // namespace zornctl

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What the reader of registry files passes over, and so the next save takes away.
+// Thread-safety of all here: any thread; no state.
+
+namespace zornctl {
+
+/// The most characters that a line of a registry file may have; the reader takes the rest of a longer
+/// one for lines of their own.
+inline constexpr size_t kLongestRegistryLine = 1022;
+
+/// A line of which something does not get into the tree.
+struct LostLine {
+    size_t number;       ///< from 1
+    std::string reason;  ///< "holds no number"
+};
+
+/// Finds such lines in the text of a registry file, in the order of their numbers: lines that are too
+/// long, that are no key and no value, that a later one of the same key and name overrides, or that
+/// stand behind the end of the tree. Pure.
+[[nodiscard]] std::vector<LostLine> FindLostLines(std::string_view text);
+
+/// "line 3 holds no number, line 7 ...", the first few of them.
+[[nodiscard]] std::string FormatLostLines(const std::vector<LostLine>& lines);
+
+}  // namespace zornctl
