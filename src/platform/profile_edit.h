@@ -7,7 +7,7 @@
 /// What WritePrivateProfileString does to a file.
 struct ProfileEdit {
     enum class Kind {
-        kNothing,      ///< there is nothing to delete
+        kNothing,      ///< what is to go is not there
         kSplice,       ///< what stands from `from` up to `to` goes; the entry, if any, comes there
         kAppendEntry,  ///< the entry goes to the end of the file
         kAppendSection,  ///< so does a new section with it
