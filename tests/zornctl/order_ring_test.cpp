@@ -187,7 +187,8 @@ TEST(OrderRing, ShowsALineInTheMakingUpToWhereABlockShowsThrough) {
 TEST(OrderRing, TakesNoBlockForOneAsItWasMadeThatHasALineEnd) {
     std::string odd = Block(2);
     odd.replace(odd.find("zorn") + 2, 1, "\n");
-    const auto order = OrderRing(Line(1, "### Begin of RingBuffer. ###") + Line(2, "a") + odd);
+    const auto ring = Line(1, "### Begin of RingBuffer. ###") + Line(2, "a") + odd;
+    const auto order = OrderRing(ring);
     ASSERT_TRUE(order);
     EXPECT_TRUE(SplitEntries(order->pieces).back().text.ends_with("[0000004907] zo"));
 }
