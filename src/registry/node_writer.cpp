@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cstring>
+#include <ranges>
 
 #include "registry/disposal.h"
 
@@ -45,10 +46,10 @@ void NodeWriter::WriteContent(CRegistryNode& node) {
     const RecursiveLockGuard hold{node.Lock()};
     const auto entries = node.Entries();
     for (const NameTableEntry& entry : entries) WriteValue(entry);
-    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        if (!IsKey(*entry)) continue;
-        m_Tasks.push_back({Child(*entry), m_Names.size()});
-        m_Names.insert(m_Names.end(), entry->Name, entry->Name + strlen(entry->Name));
+    for (const NameTableEntry& entry : std::views::reverse(entries)) {
+        if (!IsKey(entry)) continue;
+        m_Tasks.push_back({Child(entry), m_Names.size()});
+        m_Names.insert(m_Names.end(), entry.Name, entry.Name + strlen(entry.Name));
     }
 }
 

@@ -97,21 +97,32 @@ const std::string* RegistryFiles::Restore(CRegistryNode& tree) const {
     return nullptr;
 }
 
+namespace {
+
+/// The file if it holds something; null, with a line at level 1, otherwise.
+UniqueFile OpenTree(const char* path) {
+    UniqueFile file{fopen(path, "re")};
+    if (file == nullptr) {
+        TRACE(1, "CRegistry: WARNING: Could not open \"%s\"\n", path);
+        return file;
+    }
+    struct stat status {};
+    if (fstat(fileno(file.get()), &status) == 0 && status.st_size <= 0) {
+        TRACE(1, "CRegistry: WARNING: The length of \"%s\" is not sufficient\n", path);
+        file.reset();
+    }
+    return file;
+}
+
+}  // namespace
+
 int CRegistry::RestoreTree(const char* path, CRegistryNode* node) {
     if (path == nullptr) {
         TRACE(1, "CRegistry: ERROR: Empty file path");
         return 0;
     }
-    const UniqueFile file{fopen(path, "re")};
-    if (file == nullptr) {
-        TRACE(1, "CRegistry: WARNING: Could not open \"%s\"\n", path);
-        return 0;
-    }
-    struct stat status {};
-    if (fstat(fileno(file.get()), &status) == 0 && status.st_size <= 0) {
-        TRACE(1, "CRegistry: WARNING: The length of \"%s\" is not sufficient\n", path);
-        return 0;
-    }
+    const UniqueFile file = OpenTree(path);
+    if (file == nullptr) return 0;
     unsigned result = ReadNode(node, file.get());
     if (ferror(file.get()) != 0) result = 0;  // half a file is no tree: the next one may be whole
     if (result == 0) {
@@ -135,15 +146,15 @@ unsigned CRegistry::ReadNode(CRegistryNode* node, FILE* file) {
 // --- Hives -------------------------------------------------------------------------------------
 
 void CRegistry::RestoreHives() {
-    for (int i = 0; i < kRegistryHives; ++i) {
+    for (const char* const name : kHiveNames) {
         OldValue old;
         try {
             const RecursiveLockGuard hold{MRoot.Lock()};
-            const NameTableEntry* const entry = MRoot.Find(kHiveNames[i]);
+            const NameTableEntry* const entry = MRoot.Find(name);
             if (entry != nullptr && IsKey(*entry)) continue;
             if (entry != nullptr) old = {entry->Value, entry->Type};
             // A hive that is not in the tree has no key: what `MHives` may still hold is about to go.
-            MRoot.Insert(kHiveNames[i], 0, kRegistrySubkey);
+            MRoot.Insert(name, 0, kRegistrySubkey);
         } catch (const std::bad_alloc&) {
             continue;
         }

@@ -31,6 +31,6 @@ struct RegistryFiles {
     int Save(CRegistryNode& tree) const;
 
   private:
-    int Write(CRegistryNode& tree) const;
-    int Rotate() const;
+    [[nodiscard]] int Write(CRegistryNode& tree) const;
+    [[nodiscard]] int Rotate() const;
 };
