@@ -38,6 +38,7 @@ std::vector<std::string> AllNames() {
         if (command.isHidden) continue;
         names.emplace_back(command.name);
         for (const auto& option : command.options) names.push_back("--" + std::string{option.name});
+        for (const auto& action : command.actions) names.emplace_back(action.name);
     }
     for (const auto& option : CommonOptions()) names.push_back("--" + std::string{option.name});
     for (const auto& option : ProgramOptions()) names.push_back("--" + std::string{option.name});
@@ -61,6 +62,9 @@ TEST(Help, NamesEveryOptionOfASubcommand) {
         EXPECT_THAT(text, HasSubstr("Usage: zornctl " + std::string{command.name} + " "));
         for (const auto& option : command.options) {
             EXPECT_THAT(text, HasSubstr(FormatOption(option) + " "));
+        }
+        for (const auto& action : command.actions) {
+            EXPECT_THAT(text, HasSubstr("\n  " + FormatSynopsis(action) + " "));
         }
         EXPECT_THAT(text, HasSubstr("--json"));
     }
@@ -147,6 +151,21 @@ TEST(BashCompletion, OffersWhatAValueIs) {
     EXPECT_EQ(BashOffers("unknown ''"), "\n");
 }
 
+TEST(BashCompletion, OffersActionsAndTheirOperands) {
+    EXPECT_EQ(BashOffers("registry ''"), "list get set delete create export import\n");
+    EXPECT_EQ(BashOffers("registry e"), "export\n");
+    EXPECT_EQ(BashOffers("registry --directory some.folder -t dword s"), "set\n");
+    EXPECT_EQ(BashOffers("registry --directory = some.folder im"), "import\n");
+    EXPECT_EQ(BashOffers("registry --directory ''"), "some.folder\n");
+    EXPECT_EQ(BashOffers("registry set --type ''"), "string expand binary dword\n");
+    EXPECT_EQ(BashOffers("registry set -t d"), "dword\n");
+    EXPECT_THAT(BashOffers("registry import ''"), HasSubstr("some.log"));
+    EXPECT_THAT(BashOffers("registry --force import some.l"), HasSubstr("some.log"));
+    EXPECT_EQ(BashOffers("registry import some.log ''"), "\n");
+    EXPECT_EQ(BashOffers("registry list ''"), "\n") << "keys are not offered";
+    EXPECT_EQ(BashOffers("registry list --rec"), "--recursive\n");
+}
+
 TEST(BashCompletion, OffersProcessNumbers) {
     EXPECT_THAT(BashOffers("check-config --environment-of ''"), testing::ContainsRegex("[0-9]+"));
 }
@@ -196,6 +215,10 @@ TEST(ZshCompletion, CompletesEverySubcommandAndOption) {
         whole.push_back(call);
         add(call + " ", command.options);
         add(call + " ", CommonOptions());
+        for (const auto& action : command.actions) {
+            whole.push_back(call + " " + std::string{action.name});
+            add(whole.back() + " ", CommonOptions());
+        }
     }
     std::vector<std::string> begun;
     for (const auto& line : whole) begun.push_back(Begun(line));
@@ -215,12 +238,16 @@ TEST(ZshCompletion, CompletesWhatAValueIs) {
         "zornctl check-config --directory " + data + "/some.folder/",
         "zornctl help ring",
         "zornctl generate",
+        "zornctl registry export",
+        "zornctl registry --force import " + data + "/some.log",
+        "zornctl registry set --type dword",
     };
-    std::vector<std::string> begun{Begun(whole[0]), Begun(whole[1]),
-                                   "zornctl check-config --directory " + data + "/so",
-                                   Begun(whole[3]), Begun(whole[4])};
+    std::vector<std::string> begun{
+        Begun(whole[0]), Begun(whole[1]), "zornctl check-config --directory " + data + "/so",
+        Begun(whole[3]), Begun(whole[4]), Begun(whole[5]),
+        Begun(whole[6]), Begun(whole[7])};
     auto expected = whole;
-    expected.back() = begun.back();  // which is hidden
+    expected[4] = begun[4];  // which is hidden
     EXPECT_EQ(ZshCompletes(host, begun), expected);
 }
 

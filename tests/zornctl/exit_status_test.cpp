@@ -11,6 +11,7 @@
 #include "trace/open_debug.h"
 #include "zornctl/command_line/command_table.h"
 #include "zornctl/healthy_host.h"
+#include "zornctl/system/service_paths.h"
 #include "zornctl/trace_samples.h"
 #include "zornctl/zornctl_run.h"
 
@@ -123,6 +124,59 @@ constexpr StatusRow kRows[] = {
     {"zornctl doctor --strict", 2, Told::kFailure},
     {"zornctl doctor /log", 2, Told::kFailure},
     {"zornctl doctor >/dev/full", 3, Told::kFailure},
+    // registry
+    {"zornctl registry list", 0},
+    {"zornctl registry list --json", 0},
+    {"zornctl registry list --recursive HKEY_USERS", 0},
+    {"zornctl registry list -r --directory /copy", 0},
+    {"zornctl registry get HKEY_USERS Name", 0},
+    {"zornctl registry get --json HKEY_USERS Name", 0},
+    {"zornctl registry set HKEY_USERS Text x", 0},
+    {"zornctl registry set --type dword HKEY_USERS Number -5", 0},
+    {"zornctl registry set -t binary --json --while-running HKEY_USERS Bytes 0aff", 0},
+    {"zornctl registry create HKEY_USERS/key", 0},
+    {"zornctl registry delete HKEY_USERS Text", 0},
+    {"zornctl registry delete HKEY_USERS/key", 0},
+    {"zornctl registry export", 0},
+    {"zornctl registry export HKEY_USERS | zornctl registry import -", 0},
+    {"zornctl registry import --force /copy/registry", 0},
+    {"zornctl registry --help", 0},
+    {"zornctl registry -h", 0},
+    {"zornctl registry list HKEY_NOTHING", 1, Told::kFailure},
+    {"zornctl registry list --json HKEY_NOTHING", 1, Told::kFailure},
+    {"zornctl registry list --directory /missing", 1, Told::kFailure},
+    {"zornctl registry list --directory /folder", 1, Told::kFailure},
+    {"zornctl registry get HKEY_USERS nothing", 1, Told::kFailure},
+    {"zornctl registry set HKEY_NOTHING a b", 1, Told::kFailure},
+    {"zornctl registry delete HKEY_NOTHING", 1, Told::kFailure},
+    {"zornctl registry delete --recursive HKEY_USERS", 1, Told::kFailure},
+    {"zornctl registry create HKEY_USERS/Name/x", 1, Told::kFailure},
+    {"zornctl registry export HKEY_NOTHING", 1, Told::kFailure},
+    {"zornctl registry import /log", 1, Told::kFailure},
+    {"zornctl registry import --json /log", 1, Told::kFailure},
+    {"zornctl registry import /missing", 1, Told::kFailure},
+    {"zornctl registry", 2, Told::kFailure},
+    {"zornctl registry --json", 2, Told::kFailure},
+    {"zornctl registry nothing", 2, Told::kFailure},
+    {"zornctl registry get", 2, Told::kFailure},
+    {"zornctl registry get HKEY_USERS", 2, Told::kFailure},
+    {"zornctl registry get HKEY_USERS Name x", 2, Told::kFailure},
+    {"zornctl registry list --force", 2, Told::kFailure},
+    {"zornctl registry list --while-running", 2, Told::kFailure},
+    {"zornctl registry list --directory", 2, Told::kFailure},
+    {"zornctl registry export --recursive", 2, Told::kFailure},
+    {"zornctl registry set HKEY_USERS Name", 2, Told::kFailure},
+    {"zornctl registry set HKEY_USERS a=b x", 2, Told::kFailure},
+    {"zornctl registry set --type text HKEY_USERS Name x", 2, Told::kFailure},
+    {"zornctl registry set --type dword HKEY_USERS Name x", 2, Told::kFailure},
+    {"zornctl registry create HKLM", 2, Told::kFailure},
+    {"zornctl registry import", 2, Told::kFailure},
+    {"zornctl registry import /folder", 3, Told::kFailure},
+    {"zornctl registry list --directory /unreadable", 3, Told::kFailure},
+    {"zornctl registry set --directory /unwritable HKEY_USERS a b", 3, Told::kFailure},
+    {"zornctl registry set --json --directory /unwritable HKEY_USERS a b", 3, Told::kFailure},
+    {"zornctl registry export >/dev/full", 3, Told::kFailure},
+    {"zornctl registry list >&-", 3, Told::kFailure},
     // help
     {"zornctl help", 0},
     {"zornctl help log", 0},
@@ -217,6 +271,11 @@ void MakeMachine(FakeHost& host) {
     host.File("/log", Line(1, "a") + Line(2, "b"));
     host.File("/var/log/tolbrin/log.zorn", Line(1, "a"));
     host.Directory("/folder");
+    for (const auto* folder : {kRegistryDirectory, "/copy", "/unwritable"}) {
+        host.File(std::string{folder} + "/registry", "[HKEY_USERS]\nName=s=x\n\n\n");
+    }
+    host.Directory("/unwritable/registry.new");
+    host.Directory("/unreadable/registry");
     host.File("/config/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");
     host.File("/trap/a.ini", "[zorn]\nFileDebugLevel=3\n");
     host.Run([] {

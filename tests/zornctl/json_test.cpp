@@ -12,6 +12,7 @@
 #include "trace/open_debug.h"
 #include "zornctl/command_line/command_table.h"
 #include "zornctl/healthy_host.h"
+#include "zornctl/system/service_paths.h"
 #include "zornctl/trace_samples.h"
 #include "zornctl/zornctl_run.h"
 
@@ -161,6 +162,10 @@ const Words kCompared{"`log`, `ring`",
                       "`log --follow`, `ring --follow`",
                       "`check-config`",
                       "`doctor`",
+                      "`registry list`",
+                      "`registry get`",
+                      "`registry export`",
+                      "`registry set`, `registry delete`, `registry create`, `registry import`",
                       "`help`, `generate`",
                       "`--version`",
                       "Failures"};
@@ -190,7 +195,11 @@ TEST(JsonDocument, HasASectionForEverySubcommand) {
         for (const auto& name : Quoted(heading)) names.insert(name);
     }
     for (const auto& command : Commands()) {
-        EXPECT_TRUE(names.contains(std::string{command.name})) << command.name;
+        const std::string name{command.name};
+        EXPECT_TRUE(!command.actions.empty() || names.contains(name)) << name;
+        for (const auto& action : command.actions) {
+            EXPECT_TRUE(names.contains(name + " " + std::string{action.name})) << action.name;
+        }
     }
 }
 
@@ -223,6 +232,25 @@ TEST_F(JsonOutput, IsWhatIsDocumentedOfDoctor) {
     auto produced = Produce({{"doctor"}});
     m_Host.Remove("/sys/class");
     Compare("`doctor`", Union(produced, Produce({{"doctor"}})));
+}
+
+TEST_F(JsonOutput, IsWhatIsDocumentedOfTheRegistry) {
+    m_Host.File(std::string{kRegistryDirectory} + "/registry",
+                "[HKEY_USERS]\na=s=1\nb=es=2\nc=b=00 \nd=d=4\ne=s=\xFF\n\n\n");
+    m_Host.File("/in", "[HKEY_USERS]\nx=s=1\nlost\n\n\n");
+    const std::string key = "HKEY_USERS";
+    Compare("`registry list`", Produce({{"registry", "list"}, {"registry", "list", "-r"}}));
+    Compare("`registry get`", Produce({{"registry", "get", key, "a"},
+                                       {"registry", "get", key, "b"},
+                                       {"registry", "get", key, "c"},
+                                       {"registry", "get", key, "d"},
+                                       {"registry", "get", key, "e"}}));
+    Compare("`registry export`", Produce({{"registry", "export"}}));
+    Compare("`registry set`, `registry delete`, `registry create`, `registry import`",
+            Produce({{"registry", "set", key, "a", "x"},
+                     {"registry", "create", "HKEY_USERS/k"},
+                     {"registry", "delete", key, "a"},
+                     {"registry", "import", "--force", "/in"}}));
 }
 
 TEST_F(JsonOutput, IsWhatIsDocumentedOfTheTextsAboutItself) {

@@ -216,6 +216,12 @@ TEST_F(Terminal, IsAsWideAsItSays) {
     EXPECT_EQ(Run(60, {"NO_COLOR=1", "COLUMNS=x"}), narrow);
 }
 
+TEST_F(Terminal, GetsNoControlCharacterOfAnExport) {
+    m_Host.File("/copy/registry", "[HKEY_USERS]\na=s=\x1b[2J\n\n\n");
+    m_Arguments = {"registry", "export", "--directory", m_Host.Path("/copy").native()};
+    EXPECT_EQ(Run(80, {}), "[HKEY_USERS]\r\na=s=\\x1b[2J\r\n\r\n\r\n");
+}
+
 TEST(NoTerminal, GetsNoColours) {
     FakeHost host;
     host.File("/config/a.ini", "[zorn]\nFileDebugLevel=x\n[EndOfFile]\n");

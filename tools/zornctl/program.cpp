@@ -35,12 +35,7 @@ ExitStatus RunCommand(const Arguments& arguments, Output& output) {
     if (command == nullptr) {
         throw Failure{ExitStatus::kWrongUse, {}, "no subcommand", "see zornctl --help"};
     }
-    if (command->operand.isRequired && !arguments.Operand()) {
-        throw Failure{ExitStatus::kWrongUse,
-                      {},
-                      std::string{command->name} + " needs " + std::string{command->operand.name},
-                      "see zornctl help " + std::string{command->name}};
-    }
+    arguments.CheckComplete();
     return command->run(arguments, output);
 }
 

@@ -12,6 +12,7 @@ namespace zornctl {
 [[nodiscard]] ExitStatus RunRing(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunCheckConfig(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunDoctor(const Arguments& arguments, Output& output);
+[[nodiscard]] ExitStatus RunRegistry(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunHelp(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunGenerate(const Arguments& arguments, Output& output);
 

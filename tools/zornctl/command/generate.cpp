@@ -4,7 +4,7 @@
 namespace zornctl {
 
 ExitStatus RunGenerate(const Arguments& arguments, Output& output) {
-    const auto document = arguments.Operand();
+    const auto document = arguments.Operand(0);
     if (document == "man") output.WriteDocument(FormatManualPage());
     if (document == "bash") output.WriteDocument(FormatBashCompletion());
     if (document == "zsh") output.WriteDocument(FormatZshCompletion());

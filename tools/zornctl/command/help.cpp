@@ -4,7 +4,7 @@
 namespace zornctl {
 
 ExitStatus RunHelp(const Arguments& arguments, Output& output) {
-    const auto name = arguments.Operand();
+    const auto name = arguments.Operand(0);
     output.WriteDocument(name ? FormatCommandHelp(*FindCommand(*name)) : FormatProgramHelp());
     return ExitStatus::kDone;
 }

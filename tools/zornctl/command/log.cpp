@@ -33,7 +33,7 @@ std::unique_ptr<TraceLook> ReadLog(const std::string& path) {
 }  // namespace
 
 ExitStatus RunLog(const Arguments& arguments, Output& output) {
-    const auto operand = arguments.Operand();
+    const auto operand = arguments.Operand(0);
     const std::string path = operand ? *operand : DefaultLog();
     FileSignature last;
     TraceSource source{path, {}, "log file", std::chrono::milliseconds{1000}, {}};

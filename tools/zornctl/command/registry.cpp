@@ -56,19 +56,27 @@ KeyPath Existing(CRegistryNode& tree, KeyPath path) {
     return path;
 }
 
+/// "zornctl registry ACTION KEY" for a shell, to which a backslash means something.
+std::string CallFor(std::string_view action, const KeyPath& path) {
+    std::string line = "zornctl registry " + std::string{action};
+    if (path.empty()) return line;
+    line += " '";
+    for (const char c : JoinKeyPath(path)) line += c == '\'' ? "'\\''" : std::string{c};
+    return line + "'";
+}
+
 CRegistryNode& KeyAt(Call& call, const KeyPath& path) {
     CRegistryNode* const key = FindKey(call.tree, path);
     if (key != nullptr) return *key;
     const auto parent = Existing(call.tree, path);
-    throw call.NotFound("no key " + JoinKeyPath(path),
-                        "see zornctl registry list " + JoinKeyPath(parent));
+    throw call.NotFound("no key " + JoinKeyPath(path), "see " + CallFor("list", parent));
 }
 
 RegistryItem ValueAt(Call& call, const KeyPath& path, const std::string& name) {
     auto item = FindItem(KeyAt(call, path), name);
     if (!item) {
         throw call.NotFound("no value '" + name + "' in " + JoinKeyPath(path),
-                            "see zornctl registry list " + JoinKeyPath(path));
+                            "see " + CallFor("list", path));
     }
     if (item->key == nullptr) return std::move(*item);
     auto below = path;
@@ -194,17 +202,16 @@ void Set(Call& call) {
     const auto type = call.arguments.Value("type").value_or("string");
     const auto value = ParseRegistryValue(type, call.Word(2));
     (void)FormatRegistryLine(name, value);
-    if (FindKey(call.tree, path) == nullptr) {
-        throw call.NotFound("no key " + JoinKeyPath(path),
-                            "make it: zornctl registry create " + JoinKeyPath(path));
+    CRegistryNode* const key = FindKey(call.tree, path);
+    if (key == nullptr) {
+        throw call.NotFound("no key " + JoinKeyPath(path), "make it: " + CallFor("create", path));
     }
-    CRegistryNode& key = KeyAt(call, path);
-    const auto item = FindItem(key, name);
+    const auto item = FindItem(*key, name);
     if (item && item->key != nullptr) {
         throw call.NotFound("'" + name + "' is a key, which a value would replace",
                             "delete the key first, or take another name");
     }
-    PutValue(key, name, value);
+    PutValue(*key, name, value);
 }
 
 void DeleteKey(Call& call, KeyPath path) {
@@ -214,7 +221,7 @@ void DeleteKey(Call& call, KeyPath path) {
                                      [](const RegistryItem& item) { return item.key != nullptr; });
     if (hasKeys && !call.arguments.Has("recursive")) {
         throw call.NotFound(JoinKeyPath(path) + " has subkeys",
-                            "add --recursive to delete them too");
+                            "add --recursive to take them away too");
     }
     const auto name = path.back();
     path.pop_back();
@@ -256,17 +263,18 @@ void Create(Call& call) {
 }
 
 void Import(Call& call) {
-    const auto file = call.Word(0);
-    const bool isForced = call.arguments.Has("force");
+    const bool isInput = call.Word(0) == "-";
+    const auto file = isInput ? "standard input" : call.Word(0);
     const auto text =
-        file == "-" ? ReadStandardInput(kLargestRegistry) : ReadWholeFile(file, kLargestRegistry);
+        isInput ? ReadStandardInput(kLargestRegistry) : ReadWholeFile(file, kLargestRegistry);
+    const bool isForced = call.arguments.Has("force");
     call.lost = FindLostLines(text);
     if (!call.lost.empty() && !isForced) {
         throw Failure{ExitStatus::kNotFound, file, FormatLostLines(call.lost),
                       "mend that, or add --force to go on without"};
     }
     CRegistryNode added;
-    ReadText(added, text);
+    ReadText(added, WithoutLongLines(text));
     if (ItemsOf(added).empty()) {
         throw Failure{ExitStatus::kNotFound, file, "holds neither a key nor a value",
                       "name a file that zornctl registry export has written"};
@@ -292,15 +300,14 @@ void RefuseWhileRunning(const Call& call) {
                   "stop it first, or add --while-running"};
 }
 
-void Read(Call& call) {
-    call.source = call.directory.Read(call.tree);
+void TellNote(const Call& call) {
     if (!call.source.note.empty()) Output::WriteNote(call.source.note);
 }
 
 void Save(Call& call, bool hadValues) {
     if (hadValues && !HasValues(call.tree)) {
         throw Failure{ExitStatus::kNotFound, call.directory.Path(),
-                      "no value would be left, and the service take registry.old instead",
+                      "no value would be left: the service would take registry.old instead",
                       "set another value first, or remove the files"};
     }
     call.directory.Save(call.tree);
@@ -336,17 +343,22 @@ constexpr std::array kActions{
 };
 
 void Show(Call& call, const ActionFunction& action) {
-    Read(call);
+    call.source = call.directory.Read(call.tree);
     if (!call.source.isFound && ItemsOf(call.tree).empty()) {
-        throw call.NotFound("no registry to be read", "see zornctl doctor");
+        throw Failure{ExitStatus::kNotFound,
+                      {},
+                      call.source.note,
+                      "see zornctl doctor, or name another directory with --directory"};
     }
+    TellNote(call);
     action.run(call);
 }
 
 void Change(Call& call, const ActionFunction& action) {
     RefuseWhileRunning(call);
     call.directory.Lock();
-    Read(call);
+    call.source = call.directory.Read(call.tree);
+    TellNote(call);
     const bool hadValues = HasValues(call.tree);
     const auto before = TextOf(call.tree);
     action.run(call);

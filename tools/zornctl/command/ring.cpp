@@ -79,7 +79,7 @@ class RingFile {
 }  // namespace
 
 ExitStatus RunRing(const Arguments& arguments, Output& output) {
-    const auto path = *arguments.Operand();
+    const auto path = *arguments.Operand(0);
     RingFile ring{path, arguments.Has("follow")};
     const TraceSource source{path, [&] { return ring.Read(); }, "ring file",
                              std::chrono::milliseconds{50}, [&] { return ring.HasChanged(); }};

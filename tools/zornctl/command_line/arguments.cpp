@@ -43,6 +43,11 @@ bool IsNumber(std::string_view text) {
            text.find_first_not_of("0123456789") == text.npos;
 }
 
+/// No option's letter is a digit, so that a negative number is an operand.
+bool IsOption(std::string_view word) {
+    return word.size() > 1 && word[0] == '-' && (word[1] < '0' || word[1] > '9');
+}
+
 /// How much has to be changed to make one name of the other (letters added, left out, replaced, or
 /// swapped with their neighbour).
 size_t Distance(std::string_view a, std::string_view b) {
@@ -70,7 +75,7 @@ class Arguments::Reader {
     Arguments Read() {
         while (m_At < m_Words.size()) {
             const auto word = m_Words[m_At++];
-            if (m_OptionsEnded || word == "-" || !word.starts_with('-'))
+            if (m_OptionsEnded || !IsOption(word))
                 TakeWord(word);
             else if (word == "--")
                 m_OptionsEnded = true;
@@ -79,19 +84,44 @@ class Arguments::Reader {
             else
                 TakeLetters(word.substr(1));
         }
+        CheckAction();
         return std::move(m_Result);
     }
 
   private:
-    /// A word that is no option: the subcommand, then its operand.
+    /// A word that is no option: the subcommand, its action, then the operands.
     void TakeWord(std::string_view word) {
-        if (m_Result.m_Command == nullptr) {
-            TakeCommand(word);
-        } else if (m_Result.m_Operand || m_Result.m_Command->operand.name.empty()) {
+        if (m_Result.m_Command == nullptr) return TakeCommand(word);
+        if (!m_Result.m_Command->actions.empty() && m_Result.m_Action == nullptr) {
+            return TakeAction(word);
+        }
+        const auto rows = m_Result.OperandRows();
+        const size_t place = m_Result.m_Operands.size();
+        if (place == rows.size()) {
             throw WrongUse("one argument too many: " + Quoted(word), HelpFor(m_Result.m_Command));
-        } else {
-            CheckOperand(word);
-            m_Result.m_Operand = word;
+        }
+        CheckOperand(rows[place], word);
+        m_Result.m_Operands.emplace_back(word);
+    }
+
+    void TakeAction(std::string_view word) {
+        m_Result.m_Action = FindAction(*m_Result.m_Command, word);
+        if (m_Result.m_Action != nullptr) return;
+        std::vector<std::string_view> names;
+        for (const auto& row : m_Result.m_Command->actions) names.push_back(row.name);
+        throw WrongUse("no ACTION " + Quoted(word),
+                       Suggestion(word, names, "", m_Result.m_Command));
+    }
+
+    /// An option may stand before the action, so this is known at the end.
+    void CheckAction() const {
+        if (m_Result.m_Action == nullptr) return;
+        for (const auto& [name, value] : m_Result.m_Options) {
+            const auto actions = Find(name).actions;
+            const auto found = std::find(actions.begin(), actions.end(), m_Result.m_Action->name);
+            if (actions.empty() || found != actions.end()) continue;
+            throw WrongUse("--" + name + " is not for " + m_Result.Subject(),
+                           HelpFor(m_Result.m_Command));
         }
     }
 
@@ -104,8 +134,7 @@ class Arguments::Reader {
         for (const auto& [name, value] : m_Result.m_Options) (void)Find(name);
     }
 
-    void CheckOperand(std::string_view word) const {
-        const OperandRow& row = m_Result.m_Command->operand;
+    void CheckOperand(const OperandRow& row, std::string_view word) const {
         std::vector<std::string_view> known{row.words.begin(), row.words.end()};
         if (row.kind == ValueKind::kCommand) known = CommandNames();
         if (known.empty() || std::find(known.begin(), known.end(), word) != known.end()) return;
@@ -183,7 +212,15 @@ class Arguments::Reader {
         return m_Words[m_At++];
     }
 
+    void CheckWord(const OptionRow& row, std::string_view value) const {
+        const std::vector<std::string_view> known{row.words.begin(), row.words.end()};
+        if (std::find(known.begin(), known.end(), value) != known.end()) return;
+        throw WrongUse("no " + std::string{row.valueName} + " " + Quoted(value),
+                       Suggestion(value, known, "", m_Result.m_Command));
+    }
+
     void Store(const OptionRow& row, std::string_view value) {
+        if (row.kind == ValueKind::kWord) CheckWord(row, value);
         const bool isNumber = row.kind == ValueKind::kNumber || row.kind == ValueKind::kProcess;
         if (isNumber && !IsNumber(value)) {
             throw WrongUse("--" + std::string{row.name} + " needs a number, not " + Quoted(value),
@@ -213,6 +250,30 @@ std::optional<uint32_t> Arguments::Number(std::string_view option) const {
     uint32_t number = 0;
     (void)std::from_chars(text->data(), text->data() + text->size(), number);
     return number;
+}
+
+std::optional<std::string> Arguments::Operand(size_t place) const {
+    return place < m_Operands.size() ? std::optional{m_Operands[place]} : std::nullopt;
+}
+
+std::span<const OperandRow> Arguments::OperandRows() const {
+    return m_Action != nullptr ? m_Action->operands : m_Command->operands;
+}
+
+/// "registry get"
+std::string Arguments::Subject() const {
+    std::string subject{m_Command->name};
+    if (m_Action != nullptr) subject.append(" ").append(m_Action->name);
+    return subject;
+}
+
+void Arguments::CheckComplete() const {
+    const bool needsAction = !m_Command->actions.empty() && m_Action == nullptr;
+    if (needsAction) throw WrongUse(Subject() + " needs ACTION", HelpFor(m_Command));
+    const auto rows = OperandRows();
+    const size_t place = m_Operands.size();
+    if (place == rows.size() || !rows[place].isRequired) return;
+    throw WrongUse(Subject() + " needs " + std::string{rows[place].name}, HelpFor(m_Command));
 }
 
 std::string_view NearestName(std::string_view name, const std::vector<std::string_view>& names) {

@@ -23,8 +23,8 @@ namespace zornctl {
 class Arguments {
   public:
     /// Reads the words behind the program's name. Options may stand before and behind the
-    /// subcommand and its operand; "--" ends them. Throws `Failure` (kWrongUse) for what the table
-    /// does not have, with the nearest name that it has.
+    /// subcommand and its operands; "--" ends them, and a minus with a digit begins none. Throws
+    /// `Failure` (kWrongUse) for what the table does not have, with the nearest name that it has.
     [[nodiscard]] static Arguments Parse(const std::vector<std::string_view>& words);
 
     /// The subcommand; null if there is none.
@@ -38,15 +38,27 @@ class Arguments {
     /// The same for a value of kind `kNumber` or `kProcess`.
     [[nodiscard]] std::optional<uint32_t> Number(std::string_view option) const;
 
-    /// The operand; empty result if there is none.
-    [[nodiscard]] std::optional<std::string> Operand() const { return m_Operand; }
+    /// What the subcommand is to do; null if that is not said, or is but one thing.
+    [[nodiscard]] const ActionRow* Action() const { return m_Action; }
+
+    /// An operand by its place, from 0, an action not counted; empty result if it is not given.
+    [[nodiscard]] std::optional<std::string> Operand(size_t place) const;
+
+    /// Throws `Failure` (kWrongUse) unless the subcommand has an action, if it has some to choose
+    /// from, and all operands that are required. Apart, since help is given without them too.
+    /// REQUIRES: there is a subcommand.
+    void CheckComplete() const;
 
   private:
     class Reader;
 
     const CommandRow* m_Command = nullptr;
     std::map<std::string, std::string, std::less<>> m_Options;
-    std::optional<std::string> m_Operand;
+    const ActionRow* m_Action = nullptr;
+    std::vector<std::string> m_Operands;
+
+    [[nodiscard]] std::string Subject() const;
+    [[nodiscard]] std::span<const OperandRow> OperandRows() const;
 };
 
 /// The name that differs least from `name`; empty if none is near enough to be meant: it begins

@@ -44,6 +44,78 @@ constexpr std::array kCheckConfigOptions{
 constexpr std::array kDocuments{std::string_view{"man"}, std::string_view{"bash"},
                                 std::string_view{"zsh"}};
 
+constexpr std::array kLogOperands{OperandRow{.name = "FILE", .kind = ValueKind::kFile}};
+constexpr std::array kRingOperands{
+    OperandRow{.name = "FILE", .kind = ValueKind::kFile, .isRequired = true}};
+constexpr std::array kHelpOperands{OperandRow{.name = "COMMAND", .kind = ValueKind::kCommand}};
+constexpr std::array kGenerateOperands{OperandRow{
+    .name = "DOCUMENT", .kind = ValueKind::kWord, .isRequired = true, .words = kDocuments}};
+
+// --- registry ------------------------------------------------------------------------------------
+
+constexpr OperandRow kKey{.name = "KEY", .isRequired = true};
+constexpr OperandRow kAnyKey{.name = "KEY"};
+constexpr OperandRow kName{.name = "NAME", .isRequired = true};
+constexpr OperandRow kAnyName{.name = "NAME"};
+constexpr OperandRow kValue{.name = "VALUE", .isRequired = true};
+
+constexpr std::array kAnyKeyOperands{kAnyKey};
+constexpr std::array kKeyOperands{kKey};
+constexpr std::array kGetOperands{kKey, kName};
+constexpr std::array kSetOperands{kKey, kName, kValue};
+constexpr std::array kDeleteOperands{kKey, kAnyName};
+constexpr std::array kImportOperands{
+    OperandRow{.name = "FILE", .kind = ValueKind::kFile, .isRequired = true}};
+
+constexpr std::array kRegistryActions{
+    ActionRow{"list", "show the subkeys and values of KEY, or the hives", kAnyKeyOperands},
+    ActionRow{"get", "show one value: a text as it is, without expanding it, bytes in hexadecimal",
+              kGetOperands},
+    ActionRow{"set", "give the value NAME of a key that is there a type and a value", kSetOperands},
+    ActionRow{"delete", "delete a value or, without NAME, the key with its values",
+              kDeleteOperands},
+    ActionRow{"create", "make KEY and those above it, where they are missing", kKeyOperands},
+    ActionRow{"export", "write the tree, or KEY with its path, in the format of the file",
+              kAnyKeyOperands},
+    ActionRow{"import",
+              "add what FILE (- is standard input) holds: its values take the place of those of "
+              "the same name, all else stays",
+              kImportOperands},
+};
+
+constexpr std::array kValueTypes{std::string_view{"string"}, std::string_view{"expand"},
+                                 std::string_view{"binary"}, std::string_view{"dword"}};
+constexpr std::array kSetAction{std::string_view{"set"}};
+constexpr std::array kImportAction{std::string_view{"import"}};
+constexpr std::array kRecursiveActions{std::string_view{"list"}, std::string_view{"delete"}};
+constexpr std::array kWritingActions{std::string_view{"set"}, std::string_view{"delete"},
+                                     std::string_view{"create"}, std::string_view{"import"}};
+
+constexpr std::array kRegistryOptions{
+    OptionRow{.name = "directory",
+              .kind = ValueKind::kDirectory,
+              .valueName = "DIR",
+              .help = "work on the registry in DIR, as a copy, instead of that of the service"},
+    OptionRow{.name = "type",
+              .letter = 't',
+              .kind = ValueKind::kWord,
+              .valueName = "TYPE",
+              .help = "set: string (the default), expand, binary (VALUE is pairs of hexadecimal "
+                      "digits) or dword (VALUE is a number of 32 bits)",
+              .words = kValueTypes,
+              .actions = kSetAction},
+    OptionRow{.name = "recursive",
+              .letter = 'r',
+              .help = "delete, list: with all that is below",
+              .actions = kRecursiveActions},
+    OptionRow{.name = "force",
+              .help = "import: also if lines or parts of the tree are lost by it",
+              .actions = kImportAction},
+    OptionRow{.name = "while-running",
+              .help = "write although the service runs, whose next save may undo it",
+              .actions = kWritingActions},
+};
+
 constexpr std::array kCommands{
     CommandRow{
         .name = "log",
@@ -55,7 +127,7 @@ constexpr std::array kCommands{
                 "and bytes that are no UTF-8 are shown as \\t, \\x1b and the like.\n\n"
                 "Without FILE it is the log that a service with the environment of this shell "
                 "writes to: see check-config.",
-        .operand = {.name = "FILE", .kind = ValueKind::kFile},
+        .operands = kLogOperands,
         .options = kTraceOptions,
         .run = RunLog,
     },
@@ -67,7 +139,7 @@ constexpr std::array kCommands{
                 "former pass, and the newest pass.\n\n"
                 "Without an end mark (the service was killed within a line) the order comes from "
                 "the time stamps; a note on standard error says so.",
-        .operand = {.name = "FILE", .kind = ValueKind::kFile, .isRequired = true},
+        .operands = kRingOperands,
         .options = kTraceOptions,
         .run = RunRing,
     },
@@ -81,7 +153,6 @@ constexpr std::array kCommands{
             "warnings of what is set but does not do what it seems to.\n\n"
             "The environment is that of zornctl, unless --environment-of names another process. "
             "Warnings do not change the exit status, unless --strict is given.",
-        .operand = {},
         .options = kCheckConfigOptions,
         .run = RunCheckConfig,
     },
@@ -93,25 +164,43 @@ constexpr std::array kCommands{
             "the interfaces of the kernel and the running service. Each row is ok, a warning or "
             "failed, with what to do about it. Nothing of the module host is run.\n\n"
             "The exit status is 1 if a check failed.",
-        .operand = {},
-        .options = {},
         .run = RunDoctor,
+    },
+    CommandRow{
+        .name = "registry",
+        .summary = "show and change the registry: keys with named values",
+        .text =
+            "A KEY is a path from a hive, its names parted by backslashes or, if it holds none, by "
+            "slashes: HKEY_LOCAL_MACHINE/SOFTWARE. Letter case matters. A VALUE that begins with - "
+            "and is no number stands behind --.\n\n"
+            "The tree is read as the service reads it: from registry, or else registry.old, or "
+            "else "
+            "registry.default. A note on standard error tells if it was not the first, and of "
+            "lines "
+            "that the service passes over. A change is written to a new file, and the former one "
+            "becomes registry.old.\n\n"
+            "The service has the registry in its memory and writes the whole of it: a change made "
+            "while it runs does not reach it, and is gone with its next save. So nothing is "
+            "written then, unless --while-running is given or DIR is another directory.\n\n"
+            "What the format of the file cannot hold is refused: names with = or a newline, names "
+            "of keys with ], texts with a newline, lines of more than 1,022 characters. So is a "
+            "change that leaves no value in the tree: the service would take registry.old instead.",
+        .actions = kRegistryActions,
+        .options = kRegistryOptions,
+        .run = RunRegistry,
     },
     CommandRow{
         .name = "help",
         .summary = "show what a subcommand does, or the list of subcommands",
         .text = "The same as zornctl COMMAND --help or zornctl --help.",
-        .operand = {.name = "COMMAND", .kind = ValueKind::kCommand},
-        .options = {},
+        .operands = kHelpOperands,
         .run = RunHelp,
     },
     CommandRow{
         .name = "generate",
         .summary = "write the manual page or a shell's completion",
         .text = "For the build: writes zornctl(1) as roff, or the completion of bash or zsh.",
-        .operand =
-            {.name = "DOCUMENT", .kind = ValueKind::kWord, .isRequired = true, .words = kDocuments},
-        .options = {},
+        .operands = kGenerateOperands,
         .run = RunGenerate,
         .isHidden = true,
     },
@@ -136,6 +225,9 @@ constexpr std::array kFileRows{
     ManualRow{"/var/log/tolbrin/log.zorn", "log of the service, unless it is configured otherwise"},
     ManualRow{"/opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig/*.ini",
               "settings of the trace"},
+    ManualRow{"/opt/Corvanthimex/vital/etc/tolbrin/registry",
+              "the registry; beside it registry.old, from before the last change, and "
+              "registry.default, as delivered"},
     ManualRow{"/opt/Corvanthimex/lib64/libswitch.so", "module host"},
     ManualRow{"/usr/share/doc/zorn/docs/zornctl-json.md", "what --json writes, key by key"},
 };
@@ -148,6 +240,12 @@ constexpr std::array kExampleRows{
               "what the service did up to the end of initialization"},
     ManualRow{"zornctl check-config --strict --environment-of $(pidof zorn)",
               "whether the running service has settings that do not do what they seem to"},
+    ManualRow{"zornctl registry list --recursive HKEY_LOCAL_MACHINE/SOFTWARE",
+              "all keys and values below a key"},
+    ManualRow{"zornctl registry set --type dword HKEY_LOCAL_MACHINE/SOFTWARE/Tolbrin Count 42",
+              "a number set while the service is stopped"},
+    ManualRow{"zornctl registry export --directory /tmp/copy >tree.txt",
+              "the registry of another machine, copied to /tmp/copy, as one text"},
 };
 
 }  // namespace
@@ -178,6 +276,13 @@ std::span<const ManualRow> FileRows() {
 
 std::span<const ManualRow> ExampleRows() {
     return kExampleRows;
+}
+
+const ActionRow* FindAction(const CommandRow& command, std::string_view name) {
+    for (const auto& row : command.actions) {
+        if (row.name == name) return &row;
+    }
+    return nullptr;
 }
 
 const CommandRow* FindCommand(std::string_view name) {

@@ -26,23 +26,33 @@ struct OptionRow {
     char letter = '\0';  ///< '\0': none
     ValueKind kind = ValueKind::kNone;
     std::string_view valueName = {};
-    std::string_view help;  ///< one line, without a full stop
+    std::string_view help;                           ///< one line, without a full stop
+    std::span<const std::string_view> words = {};    ///< for `kWord`
+    std::span<const std::string_view> actions = {};  ///< those that it is for; empty: all
 };
 
-/// The one argument of a subcommand that is no option.
+/// An argument that is no option.
 struct OperandRow {
-    std::string_view name;  ///< empty: the subcommand takes none
-    ValueKind kind = ValueKind::kNone;
-    bool isRequired = false;
+    std::string_view name;
+    ValueKind kind = ValueKind::kNone;             ///< `kNone`: any text
+    bool isRequired = false;                       ///< REQUIRES: so are those before it
     std::span<const std::string_view> words = {};  ///< for `kWord`
+};
+
+/// What a subcommand with several things to do does: its first argument names it.
+struct ActionRow {
+    std::string_view name;
+    std::string_view text;                      ///< one paragraph, without a full stop at its end
+    std::span<const OperandRow> operands = {};  ///< REQUIRES: none of kind `kWord`
 };
 
 struct CommandRow {
     std::string_view name;
-    std::string_view summary;  ///< one line, without a full stop
-    std::string_view text;     ///< paragraphs, parted by an empty line
-    OperandRow operand;
-    std::span<const OptionRow> options;  ///< besides those of all subcommands
+    std::string_view summary;                   ///< one line, without a full stop
+    std::string_view text;                      ///< paragraphs, parted by an empty line
+    std::span<const OperandRow> operands = {};  ///< REQUIRES: none beside actions
+    std::span<const ActionRow> actions = {};    ///< empty: it does one thing
+    std::span<const OptionRow> options = {};    ///< besides those of all subcommands
     ExitStatus (*run)(const Arguments& arguments, Output& output);
     bool isHidden = false;  ///< in no help and no completion
 };
@@ -70,6 +80,9 @@ struct ManualRow {
 
 /// The subcommand called `name`; null if there is none.
 [[nodiscard]] const CommandRow* FindCommand(std::string_view name);
+
+/// The action called `name`; null if there is none.
+[[nodiscard]] const ActionRow* FindAction(const CommandRow& command, std::string_view name);
 
 /// One line on what the program is for, without a full stop.
 inline constexpr std::string_view kProgramSummary = "look into and after the zorn service";

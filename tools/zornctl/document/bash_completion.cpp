@@ -11,10 +11,16 @@ std::string Pattern(const OptionRow& option) {
     return pattern.append("--").append(option.name);
 }
 
+/// The names of the rows, each with `front` before it and a blank behind it.
+template <typename Row>
+std::string Names(std::span<const Row> rows, std::string_view front = {}) {
+    std::string names;
+    for (const auto& row : rows) names.append(front).append(row.name).append(" ");
+    return names;
+}
+
 std::string Words(std::span<const OptionRow> options) {
-    std::string words;
-    for (const auto& option : options) words.append("--").append(option.name).append(" ");
-    return words;
+    return Names(options, "--");
 }
 
 std::string CommandWords() {
@@ -25,9 +31,14 @@ std::string CommandWords() {
     return words;
 }
 
+std::string OfferWords(const std::string& words) {
+    return "-W \"" + words + "\"";
+}
+
 /// The arguments of `compgen` for a value; empty: nothing is offered.
-std::string Offer(ValueKind kind) {
-    switch (kind) {
+template <typename Row>
+std::string Offer(const Row& row) {
+    switch (row.kind) {
         case ValueKind::kFile:
             return "-f";
         case ValueKind::kDirectory:
@@ -35,7 +46,12 @@ std::string Offer(ValueKind kind) {
         case ValueKind::kProcess:
             return "-W \"$(cd /proc && printf '%s ' [0-9]*)\"";
         case ValueKind::kCommand:
-            return "-W \"$commands\"";
+            return OfferWords("$commands");
+        case ValueKind::kWord: {
+            std::string words;
+            for (const auto word : row.words) words.append(word).append(" ");
+            return OfferWords(words);
+        }
         default:
             return {};
     }
@@ -52,18 +68,59 @@ std::string ValueCases(const CommandRow& command) {
     std::string cases;
     for (const auto& option : command.options) {
         if (option.kind == ValueKind::kNone) continue;
-        cases += "                " + Pattern(option) + ") " + Assign(Offer(option.kind)) +
-                 "; return ;;\n";
+        cases +=
+            "                " + Pattern(option) + ") " + Assign(Offer(option)) + "; return ;;\n";
     }
     if (cases.empty()) return {};
     return "            case $before in\n" + cases + "            esac\n";
 }
 
+/// Lists the subcommand, its action and its operands that stand before the word.
+std::string CollectOperands(const CommandRow& command) {
+    std::string pattern;
+    for (const auto& option : command.options) {
+        if (option.kind != ValueKind::kNone)
+            pattern += (pattern.empty() ? "" : "|") + Pattern(option);
+    }
+    return "            for ((at = 1; at < COMP_CWORD; at++)); do\n"
+           "                case ${COMP_WORDS[at]} in\n"
+           "                    " +
+           pattern +
+           ") ((++at)); [[ ${COMP_WORDS[at]} != = ]] || ((++at)) ;;\n"
+           "                    -*) ;;\n"
+           "                    *) operands+=(\"${COMP_WORDS[at]}\") ;;\n"
+           "                esac\n"
+           "            done\n";
+}
+
+/// Offers by the number of words before, and the action.
+std::string ActionCases(const CommandRow& command) {
+    const std::string indent(20, ' ');
+    std::string cases = indent + "'1 ') " + Assign(OfferWords(Names(command.actions))) + " ;;\n";
+    for (const auto& action : command.actions) {
+        for (size_t place = 0; place < action.operands.size(); ++place) {
+            const auto offer = Offer(action.operands[place]);
+            if (offer.empty()) continue;
+            cases += indent + "'" + std::to_string(place + 2) + " " + std::string{action.name} +
+                     "') " + Assign(offer) + " ;;\n";
+        }
+    }
+    return "                case \"${#operands[@]} ${operands[1]-}\" in\n" + cases + indent +
+           "*) COMPREPLY=() ;;\n                esac\n";
+}
+
+std::string OfferOperand(const CommandRow& command) {
+    const auto offer = command.operands.empty() ? std::string{} : Offer(command.operands[0]);
+    return "                " + Assign(offer) + "\n";
+}
+
 std::string CommandCase(const CommandRow& command) {
+    const bool hasActions = !command.actions.empty();
     return "        " + std::string{command.name} + ")\n            options='" +
            Words(command.options) + Words(CommonOptions()) + "'\n" + ValueCases(command) +
-           "            [[ $word == -* ]] || { " + Assign(Offer(command.operand.kind)) +
-           "; return; }\n            ;;\n";
+           (hasActions ? CollectOperands(command) : "") + "            [[ $word == -* ]] || {\n" +
+           (hasActions ? ActionCases(command) : OfferOperand(command)) +
+           "                return\n            }\n            ;;\n";
 }
 
 }  // namespace
@@ -73,7 +130,7 @@ std::string FormatBashCompletion() {
         "# Completion of zornctl for bash, made by \"zornctl generate bash\".\n"
         "_zornctl() {\n"
         "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} command='' "
-        "options each\n"
+        "options each at operands=()\n"
         "    # Bash takes --name=value for three words.\n"
         "    [[ $word != = ]] || word=''\n"
         "    [[ $before != = ]] || before=${COMP_WORDS[COMP_CWORD-2]}\n"

@@ -27,6 +27,9 @@ namespace zornctl {
 /// "log [OPTION]... [FILE]"
 [[nodiscard]] std::string FormatSynopsis(const CommandRow& command);
 
+/// "get KEY [NAME]"
+[[nodiscard]] std::string FormatSynopsis(const ActionRow& action);
+
 /// "-n, --lines N"
 [[nodiscard]] std::string FormatOption(const OptionRow& option);
 

@@ -51,6 +51,25 @@ void AddOptions(std::vector<Term>& terms, std::span<const OptionRow> options) {
     }
 }
 
+/// " FILE [NAME]"
+std::string FormatOperands(std::span<const OperandRow> operands) {
+    std::string text;
+    for (const auto& operand : operands) {
+        const std::string name{operand.name};
+        text += operand.isRequired ? " " + name : " [" + name + "]";
+    }
+    return text;
+}
+
+std::string FormatActions(const CommandRow& command) {
+    if (command.actions.empty()) return {};
+    std::vector<Term> terms;
+    for (const auto& action : command.actions) {
+        terms.push_back({FormatSynopsis(action), std::string{action.text}});
+    }
+    return "\nActions:\n" + FormatTerms(terms);
+}
+
 std::string FormatExitStatus() {
     std::vector<Term> terms;
     for (const auto& row : ExitStatusRows()) {
@@ -62,11 +81,13 @@ std::string FormatExitStatus() {
 }  // namespace
 
 std::string FormatSynopsis(const CommandRow& command) {
-    std::string text = std::string{command.name} + " [OPTION]...";
-    const auto& operand = command.operand;
-    if (operand.name.empty()) return text;
-    const std::string name{operand.name};
-    return text + (operand.isRequired ? " " + name : " [" + name + "]");
+    const auto text = std::string{command.name} + " [OPTION]...";
+    if (!command.actions.empty()) return text + " ACTION [ARGUMENT]...";
+    return text + FormatOperands(command.operands);
+}
+
+std::string FormatSynopsis(const ActionRow& action) {
+    return std::string{action.name} + FormatOperands(action.operands);
 }
 
 std::string FormatOption(const OptionRow& option) {
@@ -86,7 +107,7 @@ std::string FormatProgramHelp() {
     std::vector<Term> options;
     AddOptions(options, CommonOptions());
     AddOptions(options, ProgramOptions());
-    return "Usage: zornctl COMMAND [OPTION]... [ARGUMENT]\n\nzornctl: " +
+    return "Usage: zornctl COMMAND [OPTION]... [ARGUMENT]...\n\nzornctl: " +
            std::string{kProgramSummary} + "\n\nCommands:\n" + FormatTerms(commands) +
            "\nOptions:\n" + FormatTerms(options) + "\nExit status:\n" + FormatExitStatus() +
            "\nzornctl help COMMAND tells more.\n";
@@ -97,7 +118,7 @@ std::string FormatCommandHelp(const CommandRow& command) {
     AddOptions(options, command.options);
     AddOptions(options, CommonOptions());
     return "Usage: zornctl " + FormatSynopsis(command) + "\n\n" + FormatParagraphs(command.text) +
-           "\nOptions:\n" + FormatTerms(options);
+           FormatActions(command) + "\nOptions:\n" + FormatTerms(options);
 }
 
 }  // namespace zornctl

@@ -68,9 +68,15 @@ std::string Rows(std::span<const ManualRow> rows) {
     return out;
 }
 
+std::string Actions(const CommandRow& command) {
+    std::string out;
+    for (const auto& action : command.actions) out += Term(FormatSynopsis(action), action.text);
+    return out;
+}
+
 std::string Command(const CommandRow& command) {
     return ".SS " + Roff(command.name) + "\n.B zornctl " + Roff(FormatSynopsis(command)) + "\n" +
-           Paragraphs(command.text) + Options(command.options);
+           Paragraphs(command.text) + Actions(command) + Options(command.options);
 }
 
 /// "2024-04-16", the day of the version.
@@ -88,7 +94,7 @@ std::string FormatManualPage() {
                        std::string{kVersionRecord.Version} + "\" \"User Commands\"\n";
     page += Section("NAME") + "zornctl \\- " + Roff(kProgramSummary) + "\n";
     page +=
-        Section("SYNOPSIS") + ".B zornctl\n.I COMMAND\n[\\fIOPTION\\fR]... [\\fIARGUMENT\\fR]\n";
+        Section("SYNOPSIS") + ".B zornctl\n.I COMMAND\n[\\fIOPTION\\fR]... [\\fIARGUMENT\\fR]...\n";
     page += Section("COMMANDS");
     for (const auto& command : Commands()) {
         if (!command.isHidden) page += Command(command);

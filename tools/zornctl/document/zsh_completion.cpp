@@ -19,8 +19,10 @@ std::string Quoted(std::string_view text) {
     return out;
 }
 
-std::string Action(ValueKind kind) {
-    switch (kind) {
+/// What a value is completed with.
+template <typename Row>
+std::string Action(const Row& row) {
+    switch (row.kind) {
         case ValueKind::kFile:
             return "_files";
         case ValueKind::kDirectory:
@@ -29,6 +31,11 @@ std::string Action(ValueKind kind) {
             return "_pids";
         case ValueKind::kCommand:
             return "_zornctl_commands";
+        case ValueKind::kWord: {
+            std::string words;
+            for (const auto word : row.words) words.append(words.empty() ? "" : " ").append(word);
+            return "(" + words + ")";
+        }
         default:
             return " ";
     }
@@ -46,7 +53,7 @@ std::string Specification(const OptionRow& option) {
     }
     text += "[" + Quoted(option.help) + "]";
     if (option.kind != ValueKind::kNone) {
-        text += ":" + std::string{option.valueName} + ":" + Action(option.kind);
+        text += ":" + std::string{option.valueName} + ":" + Action(option);
     }
     return text + "'";
 }
@@ -57,16 +64,48 @@ std::string Specifications(std::span<const OptionRow> options, const std::string
     return text;
 }
 
+std::string Operands(std::span<const OperandRow> operands, const std::string& indent) {
+    std::string text;
+    for (size_t place = 0; place < operands.size(); ++place) {
+        const OperandRow& row = operands[place];
+        text += " \\\n" + indent + "'" + std::to_string(place + 1) + (row.isRequired ? ":" : "::") +
+                std::string{row.name} + ":" + Action(row) + "'";
+    }
+    return text;
+}
+
+/// The action first, then what it takes; options may stand anywhere. `line` has the words that are no
+/// option, the action first.
+std::string Actions(const CommandRow& command) {
+    const std::string indent(16, ' ');
+    std::string names;
+    std::string cases;
+    for (const auto& action : command.actions) {
+        names.append(names.empty() ? "" : " ").append(action.name);
+        for (size_t place = 0; place < action.operands.size(); ++place) {
+            const OperandRow& row = action.operands[place];
+            if (row.kind == ValueKind::kNone) continue;
+            cases += indent + "'" + std::to_string(place + 2) + " " + std::string{action.name} +
+                     "') " + Action(row) + " ;;\n";
+        }
+    }
+    return "            _arguments -s $specs '1:ACTION:(" + names +
+           ")' '*:argument:->operand'\n"
+           "            [[ $state == operand ]] || return\n"
+           "            case \"$#line $line[1]\" in\n" +
+           cases + "            esac\n";
+}
+
 std::string CommandCase(const CommandRow& command) {
     const std::string indent(16, ' ');
-    std::string text = "        " + std::string{command.name} + ")\n            _arguments -s" +
-                       Specifications(command.options, indent) +
-                       Specifications(CommonOptions(), indent);
-    if (!command.operand.name.empty()) {
-        text += " \\\n" + indent + "'" + (command.operand.isRequired ? "1:" : "::") +
-                std::string{command.operand.name} + ":" + Action(command.operand.kind) + "'";
-    }
-    return text + "\n            ;;\n";
+    const bool hasActions = !command.actions.empty();
+    return "        " + std::string{command.name} + ")\n            specs=(" +
+           Specifications(command.options, indent) + Specifications(CommonOptions(), indent) +
+           ")\n" +
+           (hasActions
+                ? Actions(command)
+                : "            _arguments -s $specs" + Operands(command.operands, indent) + "\n") +
+           "            ;;\n";
 }
 
 }  // namespace
@@ -88,6 +127,7 @@ std::string FormatZshCompletion() {
         "}\n"
         "_zornctl() {\n"
         "    local curcontext=$curcontext state line\n"
+        "    local -a specs\n"
         "    _arguments -C -s" +
         Specifications(CommonOptions(), indent) + Specifications(ProgramOptions(), indent) +
         " \\\n        '1:command:_zornctl_commands' \\\n        '*::argument:->arguments'\n"

@@ -122,6 +122,16 @@ std::vector<LostLine> FindLostLines(std::string_view text) {
     return LostLineFinder{text}.Find();
 }
 
+std::string WithoutLongLines(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const auto line = text.substr(0, text.find('\n'));
+        out.append(line.size() > kLongestRegistryLine ? "-" : line).append("\n");
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return out;
+}
+
 std::string FormatLostLines(const std::vector<LostLine>& lines) {
     constexpr size_t kShown = 5;
     std::string text;

@@ -25,6 +25,9 @@ struct LostLine {
 /// stand behind the end of the tree. Pure.
 [[nodiscard]] std::vector<LostLine> FindLostLines(std::string_view text);
 
+/// The text with a dash in the place of each line that is too long.
+[[nodiscard]] std::string WithoutLongLines(std::string_view text);
+
 /// "line 3 holds no number, line 7 ...", the first few of them.
 [[nodiscard]] std::string FormatLostLines(const std::vector<LostLine>& lines);
 

@@ -113,9 +113,10 @@ void RegistryDirectory::Save(CRegistryNode& tree) {
     }
     const int error = Files().Save(tree);
     if (error == 0) return;
-    auto failure = SystemFailure(m_Current, error);
-    failure.status = ExitStatus::kNoAccess;
-    throw failure;
+    const bool isForRoot = error == EACCES || error == EPERM;
+    throw Failure{ExitStatus::kNoAccess, m_Current,
+                  "cannot be replaced by registry.new: " + std::generic_category().message(error),
+                  isForRoot ? "run zornctl as root" : "look at the directory and its file system"};
 }
 
 }  // namespace zornctl

@@ -3,6 +3,7 @@
 
 #include "zornctl/registry/registry_tree.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -61,8 +62,17 @@ void PutEntry(CRegistryNode& key, const char* name, const OldValue& content) {
 struct KeyPair {
     CRegistryNode* one;
     CRegistryNode* other;
-    KeyPath path;
+    size_t parent;  ///< place of the pair above; of the first one its own
+    std::string name;
 };
+
+/// The path of a name in the keys of a pair.
+KeyPath PathOf(const std::vector<KeyPair>& pairs, size_t place, const std::string& name) {
+    KeyPath path{name};
+    for (; place != 0; place = pairs[place].parent) path.push_back(pairs[place].name);
+    std::reverse(path.begin(), path.end());
+    return path;
+}
 
 [[noreturn]] void ThrowError(int error) {
     throw std::system_error{error, std::generic_category()};
@@ -153,17 +163,16 @@ void RemoveItem(CRegistryNode& key, const std::string& name) {
 }
 
 std::optional<KeyPath> FindConflict(CRegistryNode& one, CRegistryNode& other) {
-    std::vector<KeyPair> open{{&one, &other, {}}};
-    while (!open.empty()) {
-        const KeyPair pair = std::move(open.back());
-        open.pop_back();
-        for (const auto& item : ItemsOf(*pair.other)) {
-            const auto there = FindItem(*pair.one, item.name);
+    std::vector<KeyPair> pairs{{&one, &other, 0, {}}};
+    for (size_t place = 0; place < pairs.size(); ++place) {
+        const auto [first, second, parent, name] = pairs[place];
+        for (const auto& item : ItemsOf(*second)) {
+            const auto there = FindItem(*first, item.name);
             if (!there) continue;
-            auto path = pair.path;
-            path.push_back(item.name);
-            if ((there->key == nullptr) != (item.key == nullptr)) return path;
-            if (item.key != nullptr) open.push_back({there->key, item.key, std::move(path)});
+            if ((there->key == nullptr) != (item.key == nullptr)) {
+                return PathOf(pairs, place, item.name);
+            }
+            if (item.key != nullptr) pairs.push_back({there->key, item.key, place, item.name});
         }
     }
     return std::nullopt;

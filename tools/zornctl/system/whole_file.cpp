@@ -19,7 +19,7 @@ constexpr std::string_view kGzipMagic = "\x1F\x8B";
 
 Failure TooLarge(const std::string& path, size_t limit) {
     return {ExitStatus::kNoAccess, path, "holds more than " + std::to_string(limit) + " bytes",
-            "name a log or ring file of the service"};
+            "name a file of the service"};
 }
 
 /// A pipe among the files does not stop the program.
@@ -35,6 +35,20 @@ size_t SizeOf(const UniqueFd& file) {
     return isFile ? static_cast<size_t>(status.st_size) : 0;
 }
 
+/// `path` is what a failure names.
+std::string ReadAll(int file, const std::string& path, std::string text, size_t limit) {
+    for (;;) {
+        const size_t before = text.size();
+        text.resize(before + kChunk);
+        const ssize_t got = read(file, text.data() + before, kChunk);
+        const int error = errno;
+        text.resize(before + (got > 0 ? static_cast<size_t>(got) : 0));
+        if (got == 0) return text;
+        if (got < 0 && error != EINTR) throw SystemFailure(path, error);
+        if (text.size() > limit) throw TooLarge(path, limit);
+    }
+}
+
 }  // namespace
 
 std::string ReadWholeFile(const std::string& path, size_t limit) {
@@ -43,16 +57,11 @@ std::string ReadWholeFile(const std::string& path, size_t limit) {
     if (size > limit) throw TooLarge(path, limit);
     std::string text;
     text.reserve(size + 1);
-    for (;;) {
-        const size_t before = text.size();
-        text.resize(before + kChunk);
-        const ssize_t got = read(file.Get(), text.data() + before, kChunk);
-        const int error = errno;
-        text.resize(before + (got > 0 ? static_cast<size_t>(got) : 0));
-        if (got == 0) return text;
-        if (got < 0 && error != EINTR) throw SystemFailure(path, error);
-        if (text.size() > limit) throw TooLarge(path, limit);
-    }
+    return ReadAll(file.Get(), path, std::move(text), limit);
+}
+
+std::string ReadStandardInput(size_t limit) {
+    return ReadAll(STDIN_FILENO, "standard input", {}, limit);
 }
 
 bool IsCompressed(std::string_view text) {

@@ -11,6 +11,9 @@ namespace zornctl {
 /// Thread-safety of all here: any thread; no state.
 [[nodiscard]] std::string ReadWholeFile(const std::string& path, size_t limit);
 
+/// The same of standard input.
+[[nodiscard]] std::string ReadStandardInput(size_t limit);
+
 /// Whether a text is what gzip makes.
 [[nodiscard]] bool IsCompressed(std::string_view text);
 
@@ -22,5 +25,7 @@ namespace zornctl {
 inline constexpr size_t kLargestLog = size_t{4} << 30U;
 /// The most that a ring file may hold.
 inline constexpr size_t kLargestRing = size_t{1} << 30U;
+/// The most that is taken for a registry file.
+inline constexpr size_t kLargestRegistry = size_t{256} << 20U;
 
 }  // namespace zornctl
