@@ -53,7 +53,8 @@ struct OldValue {
     uint64_t type = 0;
 };
 
-/// Frees what an entry stood for, but for a text behind the name; a subkey with all below it; the names below are traced at level 2.
+/// Frees what an entry stood for, but for a text behind the name: a subkey with all below it, of which
+/// the names are traced at level 2.
 /// REQUIRES: no entry holds it any more; the lock of no key is held.
 void DisposeValue(const OldValue& old);
 

@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kFailed = -1;
 constexpr const char* kUuidPath =
-    "SYSTEM\\CurrentControlSet\\Control\\UUID\\C3681B60-0D26-11D3-8319-00A0C9B61E25";
+    R"(SYSTEM\CurrentControlSet\Control\UUID\C3681B60-0D26-11D3-8319-00A0C9B61E25)";
 
 const char* Shown(const char* text) {
     return text != nullptr ? text : "<null>";
@@ -97,6 +97,10 @@ CRegistryNode* FindOrMakeChild(CRegistryNode& node, const char* name, std::atomi
     node.Insert(name, reinterpret_cast<uint64_t>(child.get()), kRegistrySubkey);
     isDirty = true;
     return child.release();
+}
+
+void TraceRead(const char* name, uint32_t length) {
+    TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", Shown(name), static_cast<int>(length));
 }
 
 /// Finds the entry with number `index` among those that count.
@@ -363,33 +367,29 @@ unsigned CRegistry::GetValueSize(const char* name, HKEY node) {
 
 char* CRegistry::GetValue(const char* name, HKEY node) {
     m_ValueLength = 0;
-    std::unique_ptr<char[]> value = ReadValue(name, NodeOr(node));
-    TRACE(4, "CRegistry::GetValue \"%s\" --> len %d\n", Shown(name),
-          static_cast<int>(m_ValueLength));
-    if (value == nullptr) return nullptr;
-    m_ValueBuffer = std::move(value);  // only now: `name` may be the value read before
+    CRegistryNode* const key = NodeOr(node);
+    if (key == nullptr) {
+        TraceRead(name, 0);
+        return nullptr;
+    }
+    if (!ReadValue(name, *key)) return nullptr;
     if (m_ValueType == static_cast<int32_t>(kRegistryExpandString) && m_ExpandStrings) {
         if (!ExpandValue()) return nullptr;
     }
     return m_ValueBuffer.get();
 }
 
-/// A copy of a value, of which length and type are kept. Null, with the length, if there is no memory.
-std::unique_ptr<char[]> CRegistry::ReadValue(const char* name, CRegistryNode* key) {
-    if (key == nullptr) return nullptr;
-    const RecursiveLockGuard hold{key->Lock()};
-    const NameTableEntry* const entry = key->Find(name);
-    if (entry == nullptr) return nullptr;
-    const Data data = DataOf(*entry);
+/// Copies a value into the buffer. False if there is none or no memory.
+bool CRegistry::ReadValue(const char* name, CRegistryNode& key) {
+    const RecursiveLockGuard hold{key.Lock()};
+    const NameTableEntry* const entry = key.Find(name);
+    const Data data = entry != nullptr ? DataOf(*entry) : Data{nullptr, 0};
     m_ValueLength = data.size;
-    if (data.size == 0) return nullptr;
-    try {
-        auto value = CopyBytes(data.bytes, data.size);
-        m_ValueType = static_cast<int32_t>(entry->Type);
-        return value;
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    TraceRead(name, data.size);
+    // From here on `name` is not used: it may be the value read before.
+    if (data.size == 0 || !StoreInBuffer(data.bytes, data.size)) return false;
+    m_ValueType = static_cast<int32_t>(entry->Type);
+    return true;
 }
 
 /// Stores bytes and a NUL. False without memory.

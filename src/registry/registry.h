@@ -274,7 +274,7 @@ class ZORN_API CRegistry {
     void Clear();
     void CopyPosition(const CRegistry& other);
     int FailOpen();
-    std::unique_ptr<char[]> ReadValue(const char* name, CRegistryNode* key);
+    bool ReadValue(const char* name, CRegistryNode& key);
     bool StoreInBuffer(const void* bytes, size_t size);
     bool ExpandValue();
     int ReadText(const char* name, HKEY node);

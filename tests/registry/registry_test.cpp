@@ -653,6 +653,21 @@ TEST(GetValue, TracesTheLengthAtLevelFour) {
     });
 }
 
+TEST(GetValue, UsesItsBufferAgainOnlyWhereTheValueHasRoom) {
+    WithTree([] {
+        (void)setenv("LWD_LONG", std::string(500, 'l').c_str(), 1);
+        Software registry;
+        ASSERT_TRUE(registry.SetValue("e", "%LWD_LONG%", 10, kRegistryExpandString, nullptr));
+        EXPECT_EQ(registry.SetValue("long", std::string(300, 'x').c_str()), 0);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_STREQ(registry.GetValue("Short", nullptr), "abc");
+            EXPECT_EQ(registry.GetValue("e", nullptr), std::string(500, 'l'));
+            EXPECT_EQ(registry.GetValue("long", nullptr), std::string(300, 'x'));
+            registry.CRegistry::operator=(Software{});
+        }
+    });
+}
+
 TEST(GetValue, MayBeAskedForTheNameThatItGave) {
     WithTree([] {
         Software registry;
