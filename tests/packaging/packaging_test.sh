@@ -95,7 +95,7 @@ TheModuleOfTheManualBuildsWithPkgConfig() {
     local build
     build=$(scratch pkg-config)
     blocks cpp ZornModuleEntry >"$build/heartbeat.cpp"
-    blocks sh pkg-config >"$build/build.sh"
+    blocks bash pkg-config >"$build/build.sh"
     (cd "$build" && PKG_CONFIG_PATH=$STAGE/usr/share/pkgconfig bash -e build.sh)
     exports_its_entry "$build/heartbeat.so"
 }

@@ -1,5 +1,7 @@
 #include "zornctl/system/service_processes.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
@@ -13,6 +15,15 @@ namespace zornctl {
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Whether a process, by its folder in /proc, is known to have another root folder than this one: a
+/// service in a container has files of its own.
+bool HasAnotherRoot(const fs::path& process) {
+    struct stat own {};
+    struct stat other {};
+    if (stat("/", &own) != 0 || stat((process / "root/").c_str(), &other) != 0) return false;
+    return own.st_dev != other.st_dev || own.st_ino != other.st_ino;
+}
 
 }  // namespace
 
@@ -34,6 +45,7 @@ std::vector<ServiceProcess> FindServiceProcesses() {
         if (bad != std::errc{} || behind != name.data() + name.size()) continue;
         const auto stat = ReadFileText((entry->path() / "stat").c_str());
         if (!stat || ParseProcessName(*stat) != kServiceName) continue;
+        if (HasAnotherRoot(entry->path())) continue;
         std::error_code unknown;
         found.push_back({pid, fs::read_symlink(entry->path() / "exe", unknown).native()});
     }

@@ -13,7 +13,8 @@ struct ServiceProcess {
     std::string executable;  ///< path, as the kernel tells it; empty if one may not know
 };
 
-/// The running processes called like the service, the lowest number first; empty without /proc.
+/// The running processes called like the service, the lowest number first; empty without /proc. Those
+/// that are known to have another root folder, in containers, are left out.
 /// Thread-safety: any thread; no state.
 [[nodiscard]] std::vector<ServiceProcess> FindServiceProcesses();
 
