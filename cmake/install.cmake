@@ -91,7 +91,7 @@ add_custom_target(manuals ALL DEPENDS ${written})
 
 install(FILES README.md CHANGELOG.md SECURITY.md ${packaging}/copyright
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/architecture.md docs/modules.md docs/zornctl-json.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(FILES docs/architecture.md docs/formats.md docs/modules.md docs/reliability.md docs/zornctl-json.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 install(FILES ${packaging}/systemd/hardening.conf ${packaging}/systemd/inventory.conf
   DESTINATION ${examples_dir}/systemd)
 install(FILES ${packaging}/examples/CMakeLists.txt DESTINATION ${examples_dir})
