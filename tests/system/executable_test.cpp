@@ -49,13 +49,14 @@ std::string Demangle(const std::string& symbol) {
 }
 
 /// Whether a mangled name (Itanium C++ ABI, 5.1) is one of namespace std or __gnu_cxx: "_Z", what
-/// kind of special name it is, "N" and qualifiers of a nested one, the namespace.
+/// kind of special name it is, "Z" of one inside a function, "N" and qualifiers of a nested one, the
+/// namespace.
 bool IsOfLanguageLibrary(std::string_view symbol) {
     const auto skip = [&](std::string_view prefix) {
         if (symbol.starts_with(prefix)) symbol.remove_prefix(prefix.size());
     };
     if (!symbol.starts_with("_Z")) return false;
-    for (const char* prefix : {"_Z", "TV", "TT", "TI", "TS", "GV", "GR", "N"}) skip(prefix);
+    for (const char* prefix : {"_Z", "TV", "TT", "TI", "TS", "GV", "GR", "Z", "N"}) skip(prefix);
     symbol.remove_prefix(std::min(symbol.find_first_not_of("rVKRO"), symbol.size()));
     for (const char* prefix : {"St", "Sa", "Sb", "Ss", "Si", "So", "Sd", "9__gnu_cxx"}) {
         if (symbol.starts_with(prefix)) return true;
