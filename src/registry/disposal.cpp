@@ -42,8 +42,6 @@ void FreeData(uint64_t value, uint64_t type) {
     switch (type) {
         case kRegistryString:
         case kRegistryExpandString:
-            if (IsBehindName(value)) break;
-            [[fallthrough]];
         case kRegistryBinary:
             delete[] reinterpret_cast<char*>(value);
             break;

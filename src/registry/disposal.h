@@ -40,21 +40,13 @@ class RetiredKeys {
 
 extern RetiredKeys g_RetiredKeys;
 
-/// Whether a text stands in the allocation of its entry's name, and goes with it: those that were read
-/// from a file do, which halves the work of reading. Such a text has an odd address, as none has that
-/// came from `new` by itself.
-[[nodiscard]] inline bool IsBehindName(uint64_t text) {
-    return (text & 1) != 0;
-}
-
 /// What an entry stood for before it was changed.
 struct OldValue {
     uint64_t value = 0;
     uint64_t type = 0;
 };
 
-/// Frees what an entry stood for, but for a text behind the name: a subkey with all below it, of which
-/// the names are traced at level 2.
+/// Frees what an entry stood for: a subkey with all below it, of which the names are traced at level 2.
 /// REQUIRES: no entry holds it any more; the lock of no key is held.
 void DisposeValue(const OldValue& old);
 

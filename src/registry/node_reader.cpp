@@ -24,14 +24,10 @@ bool IsBefore(const NameTableEntry& one, const NameTableEntry& other) {
     return strcmp(one.Name, other.Name) < 0;
 }
 
-void CopyTo(char* place, std::string_view text) {
-    memcpy(place, text.data(), text.size());
-    place[text.size()] = '\0';
-}
-
 std::unique_ptr<char[]> Copy(std::string_view text) {
     auto copy = std::make_unique_for_overwrite<char[]>(text.size() + 1);
-    CopyTo(copy.get(), text);
+    memcpy(copy.get(), text.data(), text.size());
+    copy[text.size()] = '\0';
     return copy;
 }
 
@@ -137,9 +133,9 @@ void NodeReader::EndKey() {
 /// REQUIRES: a NUL stands behind the text.
 void NodeReader::TakeValue(std::string_view name, std::string_view tagAndText) {
     if (tagAndText.starts_with("=s=")) {
-        StoreText(CopyBoth(name, tagAndText.substr(3)), kRegistryString);
+        Store(Copy(name), Copy(tagAndText.substr(3)), kRegistryString);
     } else if (tagAndText.starts_with("=es=")) {
-        StoreText(CopyBoth(name, tagAndText.substr(4)), kRegistryExpandString);
+        Store(Copy(name), Copy(tagAndText.substr(4)), kRegistryExpandString);
     } else if (tagAndText.starts_with("=d=")) {
         const char* const text = tagAndText.data() + 3;
         char* end = nullptr;
@@ -151,19 +147,6 @@ void NodeReader::TakeValue(std::string_view name, std::string_view tagAndText) {
         return;
     }
     m_Levels.back().hasValues = true;  // also by a number without a digit
-}
-
-NodeReader::NameAndText NodeReader::CopyBoth(std::string_view name, std::string_view text) {
-    const size_t place = (name.size() + 1) | 1;
-    auto block = std::make_unique_for_overwrite<char[]>(place + text.size() + 1);
-    CopyTo(block.get(), name);
-    CopyTo(block.get() + place, text);
-    char* const behind = block.get() + place;
-    return {std::move(block), behind};
-}
-
-void NodeReader::StoreText(NameAndText both, uint64_t type) {
-    Store(std::move(both.name), reinterpret_cast<uint64_t>(both.text), type);
 }
 
 template <typename Owner>

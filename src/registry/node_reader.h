@@ -51,13 +51,6 @@ class NodeReader {
     void BeginKey(std::string_view name);
     void EndKey();
     void TakeValue(std::string_view name, std::string_view tagAndText);
-    /// A name and, at an odd address in the same allocation, a text.
-    struct NameAndText {
-        std::unique_ptr<char[]> name;
-        char* text;
-    };
-    [[nodiscard]] static NameAndText CopyBoth(std::string_view name, std::string_view text);
-    void StoreText(NameAndText both, uint64_t type);
     template <typename Owner>
     void Store(std::unique_ptr<char[]> name, Owner owner, uint64_t type);
     void Store(std::unique_ptr<char[]> name, uint64_t value, uint64_t type);
