@@ -565,6 +565,7 @@ TEST_F(Registry, LosesNoChangeOfWritersAtTheSameTime) {
 
 TEST_F(Registry, WorksOnACopyAsAnOrdinaryUser) {
     host.File("/copy/registry", kTree, 0666);
+    host.Directory("/copy", 0555);
     EXPECT_EQ(Run({"export", "--directory", "/copy"}, {.uid = 1000}).output, kTree);
     const auto run = Run({"set", "--directory", "/copy", "HKEY_USERS", "a", "b"}, {.uid = 1000});
     EXPECT_EQ(run.end, Exited(3));
