@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Kills a writer of the ring at random moments, 10,000 of them unless told, and reads what it left each
-# time (tests/zornctl/killed_ring_test.cpp). Shows how often each state was met; docs/reliability.md
+# time (tests/zornctl/killed_writer_test.cpp). Shows how often each state was met; docs/reliability.md
 # keeps such figures. Exit status 1 if a ring was not restored.
 #
 #   scripts/soak.sh [ROUNDS]

@@ -18,8 +18,6 @@
 // have a limit of their own, and those beyond it are left out.
 
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,15 +86,6 @@ void KeepOrderOfStores() {
 void RemoveFormerRing(const char* path) {
     struct stat status;
     if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) (void)unlink(path);
-}
-
-/// A file system that writes to a new place each time (btrfs) needs room for that, and kills the
-/// process where there is none. It is asked to store in place; one that does so anyway refuses.
-void StoreInPlace(int fd) {
-    int flags = 0;
-    if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return;
-    flags |= FS_NOCOW_FL;
-    (void)ioctl(fd, FS_IOC_SETFLAGS, &flags);
 }
 
 /// A pipe that nobody reads would stop the process.
@@ -205,7 +194,6 @@ bool CDebug::MapRing(const char* path, size_t length) {
 /// file was made and what was never written, and so that no store needs room on the disk any more.
 bool CDebug::PrefillRing(int32_t length) {
     if (!IsFile(m_RingFd)) return false;
-    StoreInPlace(m_RingFd);
     char* const block = m_InternalDebugBuffer;
     for (int32_t rest = length; rest > 0; rest -= int32_t{kBlockSize}) {
         const size_t prefixLength = FormatPrefix(block, nullptr);

@@ -252,6 +252,41 @@ TEST_F(TraceConfig, TreatsAnIniValueOfAllOnesAsAbsent) {
     });
 }
 
+TEST_F(TraceConfig, ReadsTheExampleOfTheFormatsPage) {
+    Ini("global_trace.ini",
+        "All of this is read, there are no comments: FileDebugLevel=0 here has no effect only\n"
+        "because it stands in front of all heads.\n"
+        "\n"
+        "[GlobalDebugSettings]\n"
+        "DynamicUpdate=60\n"
+        "\n"
+        "[ZORN]\n"
+        "; FileDebugLevel=5\n"
+        "FileDebugLevel=3\n"
+        "MemoryTracesFlag\n"
+        "NoHeaderToStderr=0\n"
+        "RingBufferSizeFactor=0x10\n"
+        "RingBufferSizeWeight=\n"
+        "RingBufferDirectory=/var/log/ring\n"
+        "TraceFlags=4294967295\n"
+        "\n"
+        "[zorn]\n"
+        "FileDebugLevel=1\n"
+        "\n"
+        "[EndOfFile]\n");
+    Read([](OpenDebug& debug) {
+        EXPECT_EQ(debug.m_DynamicUpdate, 60u);
+        EXPECT_EQ(debug.m_TraceLevel, 5u);
+        EXPECT_EQ(debug.m_MemoryTraces, 0u);
+        EXPECT_EQ(debug.m_NoHeader, 0);
+        EXPECT_EQ(debug.m_RingFactor, 16);
+        EXPECT_EQ(debug.m_RingWeight, 0);
+        EXPECT_EQ(debug.m_IniRingWeight, 0u) << "it was there";
+        EXPECT_STREQ(debug.m_LogDirectory, "/var/log/ring");
+        EXPECT_EQ(debug.m_TraceFlags, 0u);
+    });
+}
+
 TEST_F(TraceConfig, KeepsTheSectionAsAStringInTheBuffer) {
     Ini("a.ini", "[x]1\n[zorn]\nFileDebugLevel=2\n[EndOfFile]\n");
     Read([](OpenDebug& debug) {

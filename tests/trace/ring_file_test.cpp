@@ -1,7 +1,6 @@
 // The file of the ring on bad days: what would stop or kill the process that has it mapped.
 
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -96,27 +95,6 @@ TEST_F(RingFile, IsRefusedByADiskThatHasNoRoomForIt) {
                 HasSubstr("### InitRingBuffer(): (2) write m_InternalDebugBuffer to "
                           "/var/log/tolbrin/ring_startup_zorn failed ###\n"))
         << "the log was opened before the mount";
-}
-
-TEST_F(RingFile, IsAskedToBeStoredInPlace) {
-    Run([](OpenDebug& debug) {
-        FaultOf<&::ioctl> control;
-        control.Answer([](int, unsigned long request, void* flags) {
-            EXPECT_EQ(request, FS_IOC_GETFLAGS);
-            *static_cast<int*>(flags) = FS_NOATIME_FL;
-            return 0;
-        });
-        control.Answer([](int fd, unsigned long request, void* flags) {
-            EXPECT_EQ(request, FS_IOC_SETFLAGS);
-            EXPECT_EQ(*static_cast<int*>(flags), FS_NOATIME_FL | FS_NOCOW_FL);
-            struct stat status {};
-            EXPECT_EQ(fstat(fd, &status), 0);
-            EXPECT_EQ(status.st_size, 0) << "later it has no effect";
-            errno = EOPNOTSUPP;
-            return -1;
-        });
-        EXPECT_TRUE(debug.ArmRingBuffer()) << "whatever the file system says";
-    });
 }
 
 TEST_F(RingFile, IsNotTheOneThatAnotherProcessHasMapped) {

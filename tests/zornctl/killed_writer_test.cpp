@@ -1,5 +1,5 @@
-// Writers of the ring that are killed, and what they leave is put in order as `zornctl ring` does
-// it: at random moments, over and over, and after each instruction of many lines.
+// Writers of the trace that are killed, and what they leave is put in order as zornctl does it: at
+// random moments, over and over, and for the ring after each instruction of many lines.
 //
 // The variable ZORN_SOAK_ROUNDS says how many random moments it shall be, 100 without it; where it
 // is set, the figures are printed (scripts/soak.sh).
@@ -14,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <random>
@@ -23,6 +24,7 @@
 #include "support/fake_clock.h"
 #include "support/fake_host.h"
 #include "trace/open_debug.h"
+#include "zornctl/order/order_log.h"
 #include "zornctl/order/order_ring.h"
 #include "zornctl/system/whole_file.h"
 
@@ -32,15 +34,20 @@ using std::chrono::steady_clock;
 
 namespace {
 
+constexpr const char* kLogFile = "/var/log/tolbrin/log.zorn";
 constexpr const char* kStartupRing = "/var/log/tolbrin/ring_startup_zorn";
 constexpr const char* kStartupArchive = "/var/log/tolbrin/ring_startup_zorn.gz";
 constexpr const char* kRunningRing = "/var/log/tolbrin/ring_zorn";
 constexpr size_t kLargest = size_t{1} << 20U;
 constexpr std::string_view kBeginText = "### Begin of RingBuffer. ###\n";
 
-// --- What is written and what must be found ------------------------------------------------------
+// --- The lines of a ring -------------------------------------------------------------------------
 
+constexpr std::string_view kStartText = "### Start of initialization. ###";
+constexpr std::string_view kEndText = "### End of initialization. ###";
 constexpr size_t kLongestLine = 2000;
+
+using LineMaker = std::string (*)(uint32_t number);
 
 /// Short ones, long ones, and some of several lines.
 std::string LineText(uint32_t number) {
@@ -52,11 +59,11 @@ std::string LineText(uint32_t number) {
 }
 
 /// The number of an entry that is what the writer made of that number.
-std::optional<uint32_t> NumberOfWhole(const TraceEntry& entry) {
+std::optional<uint32_t> NumberOfWhole(const TraceEntry& entry, LineMaker lineText = LineText) {
     if (!entry.prefix || entry.text.size() <= entry.prefix->length) return {};
     const std::string text{entry.text.substr(entry.prefix->length)};
     const auto number = static_cast<uint32_t>(strtoul(text.c_str() + 1, nullptr, 10));
-    if (text != LineText(number)) return {};
+    if (text != lineText(number)) return {};
     return number;
 }
 
@@ -71,35 +78,37 @@ struct Figures {
 
 /// The lines of a ring proper, in the order restored, are the last ones of those that were
 /// `written` (their call has returned), and perhaps the one behind: whole, in order, without a gap.
-/// What is not whole is a line in the making at the end, or stands in the `room` of that line,
-/// where it has begun to overwrite the oldest ones.
+/// What is not whole stands in the `room` of a line in the making: what there is of it, at the end,
+/// or the oldest lines, which it has begun to overwrite.
 testing::AssertionResult AreTheLast(const std::vector<TraceEntry>& lines, std::string_view room,
                                     uint32_t written, Figures& figures) {
     std::optional<uint32_t> last;
+    bool isUnfinished = false;
     for (const TraceEntry& line : lines) {
+        const bool isInRoom =
+            line.text.data() >= room.data() && line.text.data() < room.data() + room.size();
         if (const auto number = NumberOfWhole(line)) {
             if (last && *number != *last + 1) {
                 return testing::AssertionFailure() << "#" << *number << " behind #" << *last;
             }
             last = number;
-        } else if (&line == &lines.back()) {
-            figures.unfinished++;
-        } else if (line.text.data() >= room.data() &&
-                   line.text.data() < room.data() + room.size()) {
+        } else if (isInRoom && line.part == TracePart::kOlder) {
             last.reset();
-        } else if (&line == &lines.front() &&
-                   line.text.ends_with("# Start of initialization. ###")) {
+        } else if (isInRoom) {
+            isUnfinished = true;
+        } else if (&line == &lines.front() && line.text.ends_with(kStartText)) {
             last = ~0U;  // #0 is next
-        } else {
+        } else if (&line != &lines.back() || !line.text.ends_with(kEndText)) {
             return testing::AssertionFailure() << "not whole: " << line.text;
         }
     }
     const uint32_t found = last ? *last + 1 : 0;
-    if (found == written || found == written + 1) {
-        figures.restored++;
-        return testing::AssertionSuccess();
+    if (found != written && found != written + 1) {
+        return testing::AssertionFailure() << found << " lines of " << written << " were found";
     }
-    return testing::AssertionFailure() << found << " lines of " << written << " were found";
+    figures.restored++;
+    figures.unfinished += isUnfinished ? 1 : 0;
+    return testing::AssertionSuccess();
 }
 
 size_t CountMarks(std::string_view text) {
@@ -155,55 +164,58 @@ std::unique_ptr<Progress, Unmap> SharedProgress() {
 
 constexpr uint32_t kStartupLines = 300;
 
-/// The life of the trace in a service whose module has armed the ring.
-[[noreturn]] void WriteUntilKilled(Progress& progress) {
+/// Writes numbered lines until it is killed, a part of them up to the end of initialization.
+[[noreturn]] void WriteUntilKilled(Progress& progress, LineMaker lineText, bool toRing) {
     (void)setpgid(0, 0);
     setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+    setenv("QX_LOG_FILE_MAX_SIZE", std::to_string(kLargest).c_str(), 1);
     OpenDebug debug;
     debug.Init("zorn");
     debug.m_MemoryTraces = 0;
-    if (!debug.ArmRingBuffer()) _exit(1);
+    if (toRing && !debug.ArmRingBuffer()) _exit(1);
     for (uint32_t i = 0; i < kStartupLines; ++i) {
-        debug.Trace(1, "%s", LineText(i).c_str());
+        debug.Trace(1, "%s", lineText(i).c_str());
         progress.startup.store(i + 1, std::memory_order_release);
     }
     debug.EndOfInitialization();
+    const uint32_t first = toRing ? 0 : kStartupLines;  // a ring begins anew then, the log goes on
     for (uint32_t i = 0;; ++i) {
-        debug.Trace(1, "%s", LineText(i).c_str());
+        debug.Trace(1, "%s", lineText(first + i).c_str());
         progress.running.store(i + 1, std::memory_order_release);
     }
 }
 
-/// Kills writers, one after the other.
+/// Kills writers, one after the other, with their children or, as the kernel does it when memory
+/// runs out, alone.
 class Killer {
   public:
     explicit Killer(Progress& progress) : m_Progress(progress) {}
 
-    /// One of ten is killed somewhere in its start, the others behind it.
-    void KillOne(bool whileStarting) {
-        for (const char* path : {kStartupRing, kStartupArchive, kRunningRing}) (void)unlink(path);
+    /// Runs `writer` as a process on an empty folder and kills it: somewhere in its start, or
+    /// within that time behind it.
+    void KillOne(const std::function<void()>& writer, bool whileStarting, microseconds running) {
+        for (const char* path : {kLogFile, kStartupRing, kStartupArchive, kRunningRing}) {
+            (void)unlink(path);
+        }
         m_Progress.startup = m_Progress.running = 0;
         const auto begin = steady_clock::now();
-        const pid_t writer = fork();
-        if (writer == 0) WriteUntilKilled(m_Progress);
+        const pid_t process = fork();
+        if (process == 0) writer();
         if (whileStarting) {
             Spin(Pick(m_TimeOfStart));
         } else {
             while (m_Progress.running.load(std::memory_order_acquire) == 0) (void)sched_yield();
             m_TimeOfStart = std::chrono::duration_cast<microseconds>(steady_clock::now() - begin);
-            Spin(Pick(kTimeOfRunning));
+            Spin(Pick(running));
         }
-        // With its children or, as the kernel does it when memory runs out, alone.
-        if (kill(Pick(microseconds{1}).count() == 0 ? writer : -writer, SIGKILL) != 0) {
-            EXPECT_EQ(kill(writer, SIGKILL), 0) << "it has no group yet";
+        if (kill(Pick(microseconds{1}).count() == 0 ? process : -process, SIGKILL) != 0) {
+            EXPECT_EQ(kill(process, SIGKILL), 0) << "it has no group yet";
         }
         while (waitpid(-1, nullptr, 0) > 0) {  // gzip may go on
         }
     }
 
   private:
-    static constexpr microseconds kTimeOfRunning{4'000};  ///< some passes
-
     microseconds Pick(microseconds limit) {
         return microseconds{std::uniform_int_distribution<int64_t>{0, limit.count()}(m_Random)};
     }
@@ -218,8 +230,33 @@ class Killer {
     microseconds m_TimeOfStart{1'000};
 };
 
+/// Runs `round` on a machine as often as is wanted, and prints what `figures` says then.
+void Repeat(const std::function<void(Killer&, Progress&, bool whileStarting)>& round,
+            const std::function<void()>& printFigures) {
+    const char* const wanted = getenv("ZORN_SOAK_ROUNDS");
+    const int count = wanted != nullptr ? atoi(wanted) : 100;
+    ASSERT_GT(count, 0);
+    FakeHost host;
+    host.Directory("/var/log/tolbrin");
+    const auto body = [&] {
+        const auto progress = SharedProgress();
+        const auto begin = steady_clock::now();
+        Killer killer{*progress};
+        int i = 0;
+        while (i < count && !testing::Test::HasFailure()) {
+            SCOPED_TRACE("round " + std::to_string(++i));
+            round(killer, *progress, i % 10 == 0);
+        }
+        if (wanted == nullptr) return;
+        const std::chrono::duration<double> time = steady_clock::now() - begin;
+        printf("%d rounds in %.0f s\n", i, time.count());
+        printFigures();
+    };
+    host.Run(body, {.limit = std::chrono::seconds{60 + count}});
+}
+
 /// Rounds by what was there when the writer was killed, and what was found then.
-struct Rounds {
+struct RingRounds {
     int beforeFirstLine = 0;
     int startupRing = 0;
     int startupArchive = 0;
@@ -245,9 +282,7 @@ struct Rounds {
         EXPECT_TRUE(IsRestored(ReadWholeFile(kRunningRing, kLargest), progress.running, running));
     }
 
-    void Print(std::chrono::seconds time) const {
-        printf("%d rounds in %jd s\n", beforeFirstLine + startupRing + startupArchive,
-               intmax_t{time.count()});
+    void Print() const {
         printf("killed before the first line: %d\n", beforeFirstLine);
         printf("killed with a start-up ring: %d, with its archive: %d, restored: %d\n", startupRing,
                startupArchive, starting.restored);
@@ -258,27 +293,82 @@ struct Rounds {
     }
 };
 
-TEST(KilledRing, IsRestoredUpToTheLastLine) {
-    const char* const wanted = getenv("ZORN_SOAK_ROUNDS");
-    const int count = wanted != nullptr ? atoi(wanted) : 100;
-    FakeHost host;
-    host.Directory("/var/log/tolbrin");
-    const auto body = [&] {
-        const auto progress = SharedProgress();
-        const auto begin = steady_clock::now();
-        Killer killer{*progress};
-        Rounds rounds;
-        for (int i = 1; i <= count && !testing::Test::HasFailure(); ++i) {
-            SCOPED_TRACE("round " + std::to_string(i));
-            killer.KillOne(i % 10 == 0);
-            rounds.Check(*progress);
+TEST(KilledWriter, LeavesARingThatIsRestoredUpToTheLastLine) {
+    RingRounds rounds;
+    Repeat(
+        [&](Killer& killer, Progress& progress, bool whileStarting) {
+            const auto write = [&] { WriteUntilKilled(progress, LineText, true); };
+            killer.KillOne(write, whileStarting, microseconds{4'000});
+            rounds.Check(progress);
+        },
+        [&] { rounds.Print(); });
+}
+
+/// Of one line each: a further line of an overwritten text cannot be told from a cut one.
+std::string LogLineText(uint32_t number) {
+    std::string text = "#" + std::to_string(number) + " ";
+    return text.append(number * 37 % 900, 'x');
+}
+
+/// Rounds by whether the log had wrapped, and what was found.
+struct LogRounds {
+    int firstPass = 0;
+    int laterPass = 0;
+    int restored = 0;
+    int unfinished = 0;  ///< with something of a line that was in the making at the end
+
+    /// The head is there, and behind it the last lines without a gap. What is not whole is the rest
+    /// of an overwritten line, or a line in the making at the end.
+    testing::AssertionResult Check(const Progress& progress) {
+        const std::string log = FileText(kLogFile);
+        const auto order = OrderLog(log);
+        (order.cycle ? laterPass : firstPass)++;
+        std::vector<uint32_t> head;
+        std::vector<uint32_t> passes;
+        const auto entries = SplitEntries(order.pieces);
+        for (const TraceEntry& entry : entries) {
+            if (const auto number = NumberOfWhole(entry, LogLineText)) {
+                (entry.part == TracePart::kHead ? head : passes).push_back(*number);
+            } else if (!entry.isCut && entry.text.find("------ WRAP") == entry.text.npos) {
+                if (&entry != &entries.back()) return testing::AssertionFailure() << entry.text;
+                unfinished++;
+            }
         }
-        EXPECT_GT(rounds.runningRing, 0);
-        const auto time =
-            std::chrono::duration_cast<std::chrono::seconds>(steady_clock::now() - begin);
-        if (wanted != nullptr) rounds.Print(time);
-    };
-    host.Run(body, {.limit = std::chrono::seconds{60 + count}});
+        const auto isGap = [](uint32_t one, uint32_t next) { return next != one + 1; };
+        if (std::ranges::adjacent_find(passes, isGap) != passes.end()) {
+            return testing::AssertionFailure() << "a gap";
+        }
+        if (head.size() != (order.cycle ? kStartupLines : 0)) {
+            return testing::AssertionFailure() << head.size() << " lines in the head";
+        }
+        if (std::ranges::adjacent_find(head, isGap) != head.end()) {
+            return testing::AssertionFailure() << "a gap in the head";
+        }
+        const size_t found = passes.empty() ? 0 : passes.back() + 1;
+        const size_t written = progress.startup + progress.running;
+        if (found != written && found != written + 1) {
+            return testing::AssertionFailure() << found << " lines of " << written;
+        }
+        restored++;
+        return testing::AssertionSuccess();
+    }
+
+    void Print() const {
+        printf("killed with a log in its first pass: %d, in a later one: %d, restored: %d\n",
+               firstPass, laterPass, restored);
+        printf("something of an unfinished line at its end: %d\n", unfinished);
+    }
+};
+
+TEST(KilledWriter, LeavesALogThatIsRestoredUpToTheLastLine) {
+    LogRounds rounds;
+    Repeat(
+        [&](Killer& killer, Progress& progress, bool whileStarting) {
+            const auto write = [&] { WriteUntilKilled(progress, LogLineText, false); };
+            killer.KillOne(write, whileStarting, microseconds{20'000});
+            EXPECT_TRUE(rounds.Check(progress));
+        },
+        [&] { rounds.Print(); });
 }
 
 // --- After each instruction ----------------------------------------------------------------------
@@ -333,11 +423,11 @@ class StateKeeper {
     size_t m_Count = 0;
 };
 
-TEST(KilledRing, IsRestoredAfterEachInstruction) {
+TEST(KilledWriter, LeavesARingThatIsRestoredAfterEachInstruction) {
     constexpr size_t kSize = 24576;
     FakeHost host;
     host.Directory("/var/log/tolbrin");
-    host.Run([] {
+    const auto body = [] {
         const FakeClock clock{1'700'000'000};  // held: no stamp tells the order
         OpenDebug debug;
         debug.m_TraceLevel = 1;
@@ -356,7 +446,8 @@ TEST(KilledRing, IsRestoredAfterEachInstruction) {
         }
         EXPECT_GT(figures.oneMark, 300);
         EXPECT_GT(figures.twoMarks, 50);
-    });
+    };
+    host.Run(body, {.limit = std::chrono::seconds{300}});  // millions of traps
 }
 
 }  // namespace

@@ -164,4 +164,44 @@ TEST_F(Ring, IsFollowedOverWrapsAndARestart) {
     EXPECT_TRUE(follower.WaitForStandardError("begins anew"));
 }
 
+TEST_F(Ring, IsFollowedWhereItsFileIsRemovedAndMadeAnew) {
+    auto debug = std::make_unique<OpenDebug>();
+    Open(*debug);
+    debug->Trace(1, "before");
+    auto follower = StartZornctl(m_Host, {"ring", "-f", kRing});
+    ASSERT_TRUE(follower.WaitForStandardOutput("before\n"));
+    m_Host.Remove(kRing);
+    debug = std::make_unique<OpenDebug>();
+    Open(*debug);
+    debug->Trace(1, "behind");
+    ASSERT_TRUE(follower.WaitForStandardOutput("behind\n"));
+    EXPECT_TRUE(follower.WaitForStandardError("begins anew"));
+    EXPECT_EQ(follower.StandardOutput().find("before\n"),
+              follower.StandardOutput().rfind("before\n"));
+}
+
+TEST_F(Ring, IsWhatAServiceThatWasKilledHasWritten) {
+    const auto hosts = FakeHost::LibraryDirectory() + "/system_hosts/";
+    auto zorn = m_Host.Start({FakeHost::Executable()},
+                             {.environment = {{"LD_LIBRARY_PATH", hosts + "beating"},
+                                              {"QX_LOG_DEBUG_LEVEL", "1"},
+                                              {"HOST_RING", ""}}});
+    ASSERT_TRUE(zorn.WaitForFileText(kRing, "Waiting for signals..."));
+    ASSERT_TRUE(zorn.WaitForFileText(kRing, "HOST: beat "));
+    zorn.Signal(SIGKILL);
+    EXPECT_EQ(zorn.Wait(), Killed(SIGKILL));
+    const auto running = RunZornctl(m_Host, {"ring", kRing});
+    EXPECT_EQ(running.end, Exited(0));
+    EXPECT_EQ(running.error, "");
+    EXPECT_THAT(running.output, HasSubstr("ZORN-MAIN:  Waiting for signals...\n"));
+    EXPECT_THAT(running.output, HasSubstr("HOST: beat "));
+    const auto startup = RunZornctl(m_Host, {"ring", "/var/log/tolbrin/ring_startup_zorn.gz"});
+    EXPECT_EQ(startup.end, Exited(0));
+    EXPECT_THAT(startup.output, HasSubstr("HOST: StartModules()\n"));
+    EXPECT_THAT(TextsOf(startup.output).back(), "### End of initialization. ###");
+    const auto log = RunZornctl(m_Host, {"log"});
+    EXPECT_EQ(log.end, Exited(0));
+    EXPECT_THAT(log.output, testing::EndsWith("ZORN-MAIN:  Waiting for signals...\n"));
+}
+
 }  // namespace
