@@ -430,10 +430,8 @@ TEST_F(Registry, ComesBackFromWhatWasExported) {
     EXPECT_EQ(Export(), tree) << "what is there already changes nothing";
     EXPECT_FALSE(host.Exists(kBackup));
     host.Directory("/copy");
-    auto shell = host.Start({"/bin/bash", "-c",
-                             ZornctlExecutable() + " registry export | " + ZornctlExecutable() +
-                                 " registry import --directory /copy - 2>&1"});
-    EXPECT_EQ(shell.Wait(), Exited(0));
+    const auto run = Run({"import", "--directory", "/copy", "-"}, {.input = tree});
+    EXPECT_EQ(run.end, Exited(0)) << run.error;
     EXPECT_EQ(host.Read("/copy/registry"), tree);
 }
 
