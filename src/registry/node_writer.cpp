@@ -5,7 +5,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <ranges>
 
 #include "registry/disposal.h"
 
@@ -46,7 +45,8 @@ void NodeWriter::WriteContent(CRegistryNode& node) {
     const RecursiveLockGuard hold{node.Lock()};
     const auto entries = node.Entries();
     for (const NameTableEntry& entry : entries) WriteValue(entry);
-    for (const NameTableEntry& entry : std::views::reverse(entries)) {
+    for (size_t place = entries.size(); place-- > 0;) {
+        const NameTableEntry& entry = entries[place];
         if (!IsKey(entry)) continue;
         m_Tasks.push_back({Child(entry), m_Names.size()});
         m_Names.insert(m_Names.end(), entry.Name, entry.Name + strlen(entry.Name));

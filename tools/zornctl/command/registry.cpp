@@ -118,10 +118,10 @@ void Walk(CRegistryNode& top, const KeyPath& path, bool isRecursive, Show show) 
         const auto items = ItemsOf(*key);
         show(at, items);
         if (!isRecursive) return;
-        for (auto item = items.rbegin(); item != items.rend(); ++item) {
-            if (item->key == nullptr) continue;
-            open.emplace_back(item->key, at);
-            open.back().second.push_back(item->name);
+        for (size_t place = items.size(); place-- > 0;) {
+            if (items[place].key == nullptr) continue;
+            open.emplace_back(items[place].key, at);
+            open.back().second.push_back(items[place].name);
         }
     }
 }

@@ -114,7 +114,7 @@ std::string FormatRegistryLine(std::string_view name, const RegistryValue& value
     if (name.find_first_of("=\n") != name.npos) {
         throw Refusal("the file cannot hold a name with = or a newline: " + Quoted(name));
     }
-    const auto line = std::string{name} + FormatTail(value);
+    auto line = std::string{name} + FormatTail(value);
     if (line.find('\n') != line.npos) {
         throw Refusal("the file cannot hold a text with a newline",
                       "set it as binary, or without the newline");
