@@ -7,6 +7,7 @@
 source "$(dirname "$0")/lib.sh"
 
 need "${build_tools[@]}" benchmark/benchmark.h:libbenchmark-dev spdlog/spdlog.h:libspdlog-dev \
+    pkg-config:pkgconf glib-2.0/glib.h:libglib2.0-dev ini.h:libinih-dev sqlite3.h:libsqlite3-dev \
     python3:python3
 cmake --preset release -B build/bench -DZORN_TESTS=OFF -DZORN_BENCH=ON
 cmake --build build/bench

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "registry/registry.h"
+#include "registry/registry_text.h"
 #include "support/fake_host.h"
-#include "trace/unique_file.h"
 
 inline const std::string kFolder = "/opt/Corvanthimex/vital/etc/tolbrin";
 inline const std::string kRegistry = kFolder + "/registry";
@@ -27,28 +25,6 @@ class RegistryHost : public FakeHost {
     /// And with a registry file.
     explicit RegistryHost(std::string_view registry) : RegistryHost() { File(kRegistry, registry); }
 };
-
-/// A text as a stream. `text` must outlive it.
-inline UniqueFile StreamOf(std::string_view text) {
-    if (text.empty()) return UniqueFile{fopen("/dev/null", "re")};
-    return UniqueFile{fmemopen(const_cast<char*>(text.data()), text.size(), "r")};
-}
-
-inline unsigned ReadText(CRegistryNode& node, std::string_view text) {
-    return CRegistry::ReadNode(&node, StreamOf(text).get());
-}
-
-/// What a node is written as.
-inline std::string Written(CRegistryNode& node) {
-    char* text = nullptr;
-    size_t size = 0;
-    UniqueFile file{open_memstream(&text, &size)};
-    const bool isWhole = CRegistry::WriteNode(&node, file.get());
-    file.reset();
-    std::string result = isWhole ? std::string{text, size} : "not written";
-    free(text);
-    return result;
-}
 
 /// What the whole tree is written as.
 inline std::string WrittenTree() {

@@ -25,7 +25,11 @@ namespace {
 struct Start {
     const char* name;
     std::map<std::string, std::string> files;
+    bool isKilledTwice = false;  ///< one kill is tried with all, two with some
 };
+
+/// A process takes ten times as long under a sanitizer.
+constexpr bool kIsSlow = kAddressSanitizer || kThreadSanitizer;
 
 std::vector<Start> Starts() {
     const std::string old = TreeWith("old");
@@ -34,16 +38,16 @@ std::vector<Start> Starts() {
     const std::string zeros(old.size(), '\0');
     return {
         {"file", {{kRegistry, old}}},
-        {"file and backup", {{kRegistry, old}, {kBackup, older}}},
+        {"file and backup", {{kRegistry, old}, {kBackup, older}}, true},
         {"file, backup and half a save", {{kRegistry, old}, {kBackup, older}, {kTemporary, half}}},
-        {"backup", {{kBackup, old}}},
+        {"backup", {{kBackup, old}}, true},
         {"backup and half a save", {{kBackup, old}, {kTemporary, half}}},
         {"empty file and backup", {{kRegistry, ""}, {kBackup, old}}},
         {"file of NULs and backup", {{kRegistry, zeros}, {kBackup, old}}},
-        {"unknown file and backup", {{kRegistry, "unknown\n"}, {kBackup, old}}},
         {"default", {{kDefault, old}}},
         {"empty file, unknown backup, default",
          {{kRegistry, ""}, {kBackup, "unknown\n"}, {kDefault, old}}},
+        {"unknown file and backup", {{kRegistry, "unknown\n"}, {kBackup, old}}, true},
     };
 }
 
@@ -121,10 +125,9 @@ TEST(SaveTree, KilledTwiceInARowThereIsStillAWholeTree) {
     RegistryHost host;
     host.Run(
         [] {
-            for (const Start& start : Starts()) {
-                // A process takes ten times as long under a sanitizer.
-                const bool isSlow = kAddressSanitizer || kThreadSanitizer;
-                if (isSlow && std::string_view{start.name} != "unknown file and backup") continue;
+            const std::vector<Start> starts = Starts();
+            for (const Start& start : starts) {
+                if (!start.isKilledTwice || (kIsSlow && &start != &starts.back())) continue;
                 SCOPED_TRACE(start.name);
                 for (int first = 0;; ++first) {
                     bool isFirstKilled = true;
