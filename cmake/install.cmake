@@ -71,7 +71,7 @@ macro(install_manual page)
   install(FILES ${CMAKE_BINARY_DIR}/${name}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endmacro()
 
-foreach(page zorn.8 zorn-log.5 zorn-ring.5 zorn-trace.ini.5)
+foreach(page zorn.8 zorn-log.5 zorn-profile.5 zorn-registry.5 zorn-ring.5 zorn-trace.ini.5)
   install_manual(${packaging}/man/${page})
 endforeach()
 
