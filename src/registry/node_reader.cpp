@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -79,21 +80,8 @@ NodeReader::~NodeReader() {
 }
 
 unsigned NodeReader::Read() {
-    Line line{};
-    while (m_Lines.Next(line)) {
-        try {
-            if (line.length != 0) {
-                TakeLine(line);
-            } else if (m_Levels.size() > 1) {
-                EndKey();
-            } else {
-                break;
-            }
-        } catch (const std::bad_alloc&) {
-            continue;  // this line is lost, not the file
-        }
-    }
     try {
+        ReadLines();
         while (m_Levels.size() > 1) EndKey();
         MergeIntoTop();
     } catch (const std::bad_alloc&) {
@@ -102,7 +90,28 @@ unsigned NodeReader::Read() {
     return m_Levels.front().hasValues ? 1 : 0;
 }
 
+void NodeReader::ReadLines() {
+    Line line{};
+    while (m_Lines.Next(line)) {
+        if (line.length != 0) {
+            TakeLine(line);
+        } else if (m_Levels.size() > 1) {
+            EndKey();
+        } else {
+            return;
+        }
+    }
+}
+
 void NodeReader::TakeLine(const Line& line) {
+    try {
+        ParseLine(line);
+    } catch (const std::bad_alloc&) {
+        return;  // this line is lost, not the file
+    }
+}
+
+void NodeReader::ParseLine(const Line& line) {
     const auto* const end =
         static_cast<char*>(line.text[0] == '[' ? memchr(line.text, ']', line.length) : nullptr);
     if (end != nullptr) {
@@ -248,12 +257,7 @@ CRegistryNode::Table NodeReader::TakeTable(const Level& level) {
     CRegistryNode::Table table;
     const size_t size = m_Items.size() - level.begin;
     if (size == 0) return table;
-    try {
-        table.entries = new NameTableEntry[size];
-    } catch (const std::bad_alloc&) {
-        DropItems(level.begin);
-        throw;
-    }
+    table.entries = new NameTableEntry[size];
     std::copy(m_Items.end() - static_cast<ptrdiff_t>(size), m_Items.end(), table.entries);
     m_Items.resize(level.begin);
     table.capacity = table.size = static_cast<int32_t>(size);
@@ -261,26 +265,29 @@ CRegistryNode::Table NodeReader::TakeTable(const Level& level) {
 }
 
 void NodeReader::MergeIntoTop() {
+    Sort(m_Levels.front());
+    MergeItems();
+    DropItems(0);
+}
+
+/// Gives the top the items; what they replace there, or nothing, is left in their place.
+void NodeReader::MergeItems() {
+    if (m_Items.empty()) return;
     const RecursiveLockGuard hold{m_Top.Lock()};
     const auto there = m_Top.Entries();
-    if (there.empty()) {
-        delete[] m_Top.Exchange(TakeTable(m_Levels.front())).entries;
-        return;
-    }
-    Sort(m_Levels.front());
-    // Somebody else may have set one of the names while the file was read.
-    std::erase_if(m_Items, [this](NameTableEntry& item) {
-        if (!ExchangeInTop(item)) return false;
-        DropItem(item);
-        return true;
-    });
-    if (m_Items.empty()) return;
     const size_t size = there.size() + m_Items.size();
     auto merged = std::make_unique_for_overwrite<NameTableEntry[]>(size);
-    std::merge(there.begin(), there.end(), m_Items.begin(), m_Items.end(), merged.get(), IsBefore);
-    m_Items.clear();
-    const auto count = static_cast<int32_t>(size);
-    delete[] m_Top.Exchange({merged.release(), count, count}).entries;
+    auto from = there.begin();
+    NameTableEntry* to = merged.get();
+    for (NameTableEntry& item : m_Items) {
+        while (from != there.end() && IsBefore(*from, item)) *to++ = *from++;
+        // Somebody else may have set that name while the file was read.
+        const bool isThere = from != there.end() && !IsBefore(item, *from);
+        *to++ = std::exchange(item, isThere ? *from++ : NameTableEntry{});
+    }
+    to = std::copy(from, there.end(), to);
+    const auto count = static_cast<int32_t>(to - merged.get());
+    delete[] m_Top.Exchange({merged.release(), static_cast<int32_t>(size), count}).entries;
 }
 
 void NodeReader::DropItems(size_t begin) {

@@ -23,7 +23,9 @@ class NodeReader {
     NodeReader(const NodeReader&) = delete;
     NodeReader& operator=(const NodeReader&) = delete;
 
-    /// 1 if there was a value at any depth, 0 else. To be called once.
+    /// 1 if there was a value at any depth, 0 else. To be called once. Without memory for a line that
+    /// line is passed over; without memory for a key at its end the read ends with 0, and what it has
+    /// replaced in the top by then stays replaced.
     unsigned Read();
 
   private:
@@ -47,7 +49,9 @@ class NodeReader {
     std::vector<NameTableEntry> m_Items;  ///< of all levels, one behind the other
     std::vector<Level> m_Levels;
 
+    void ReadLines();
     void TakeLine(const Line& line);
+    void ParseLine(const Line& line);
     void BeginKey(std::string_view name);
     void EndKey();
     void TakeValue(std::string_view name, std::string_view tagAndText);
@@ -60,5 +64,6 @@ class NodeReader {
     void Sort(const Level& level);
     [[nodiscard]] CRegistryNode::Table TakeTable(const Level& level);
     void MergeIntoTop();
+    void MergeItems();
     void DropItems(size_t begin);
 };

@@ -1,5 +1,6 @@
 // How the content of a key is read and written.
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <random>
@@ -339,4 +340,59 @@ TEST(ReadNode, WithoutMemoryALineIsLostAndTheReadGoesOn) {
         lost += written != all;
     }
     EXPECT_GT(lost, 8);
+}
+
+TEST(ReadNode, WithoutMemoryForTheTableOfAKeyThereIsNoTree) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    std::string values;
+    for (int i = 0; i < 37; ++i) values += "v" + std::to_string(i) + "=d=1\n";
+    for (const char* const rest : {"\nz=s=1\n", "", "[below]\na=s=1\n\n\nz=s=1\n"}) {
+        SCOPED_TRACE(rest);
+        const std::string text = "a=s=1\n[k]\n" + values + rest;
+        const size_t items = *rest == '[' ? 38 : 37;
+        CRegistryNode node;
+        const UniqueFile file = StreamOf(text);
+        {
+            FaultOf<&::malloc> fault;
+            fault.Only([items](size_t size) { return size == items * sizeof(NameTableEntry); });
+            fault.Fail(ENOMEM);
+            EXPECT_EQ(CRegistry::ReadNode(&node, file.get()), 0U);
+        }
+        EXPECT_EQ(Written(node), "\n");
+    }
+}
+
+TEST(ReadNode, HoldsOneLockAtATimeWhenItReplacesAKeyThatCameMeanwhile) {
+    std::string text = "[k]\nv=s=read\n\n";
+    text.append(size_t{70} * 1024, '-');  // so that it is read in two steps
+    CRegistryNode node;
+    CRegistryNode other;
+    EXPECT_EQ(ReadText(other, "[k]\nv=s=other\n\n"), 1U);
+    const UniqueFile file = StreamOf(text);
+    int held = 0;
+    int most = 0;
+    {
+        FaultOf<&::fread> reads;
+        reads.PassThrough();
+        reads.Answer([&](void* to, size_t size, size_t count, FILE* from) {
+            delete[] node.Exchange(other.Exchange({})).entries;
+            return LibcFault::Real<&::fread>(to, size, count, from);
+        });
+        FaultOf<&::pthread_mutex_lock> locks;
+        locks.Always([&](pthread_mutex_t* mutex) {
+            most = std::max(most, ++held);
+            return LibcFault::Real<&::pthread_mutex_lock>(mutex);
+        });
+        FaultOf<&::pthread_mutex_unlock> unlocks;
+        unlocks.Always([&](pthread_mutex_t* mutex) {
+            --held;
+            return LibcFault::Real<&::pthread_mutex_unlock>(mutex);
+        });
+        TraceCapture trace{2};
+        EXPECT_EQ(CRegistry::ReadNode(&node, file.get()), 1U);
+        EXPECT_EQ(trace.Lines(), Lines{"CRegistryNode::deleteNode \"v\""});
+    }
+    EXPECT_EQ(held, 0);
+    EXPECT_EQ(most, 1);
+    EXPECT_EQ(Written(node), "[k]\nv=s=read\n\n\n");
 }

@@ -239,6 +239,27 @@ TEST(SetupTree, AnExceptionLeavesTheTreeForTheNextHandle) {
     });
 }
 
+TEST(SetupTree, WithoutMemoryForAKeyTheFileIsNotTakenForAPartOfItself) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    std::string text = TreeWith("current");
+    text.insert(text.find("\n\n") + 1, "[k]\na=d=1\nb=d=1\nc=d=1\nd=d=1\ne=d=1\n\n");
+    RegistryHost host{text};
+    host.Run([&] {
+        TraceCapture trace{1};
+        {
+            FaultOf<&::malloc> fault;
+            fault.Only([](size_t size) { return size == 5 * sizeof(NameTableEntry); });
+            fault.AlwaysFail(ENOMEM);
+            CRegistry::SetupTree(false);
+        }
+        EXPECT_THAT(trace.Lines(),
+                    ElementsAre(NoContent(kRegistry), kTryBackup, CannotOpen(kBackup), kTryDefault,
+                                CannotOpen(kDefault), kFailed));
+        EXPECT_EQ(WrittenTree(), text);
+    });
+    EXPECT_EQ(host.Read(kRegistry), text);
+}
+
 TEST(SetupTree, NeverWritesTheDefault) {
     RegistryHost host;
     host.File(kDefault, TreeWith("default"));
