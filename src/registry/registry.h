@@ -236,7 +236,8 @@ class ZORN_API CRegistry {
 
     /// Writes the tree, if it has changed, beside its file, and puts that in its place once it is
     /// whole; the former file becomes the backup unless it is empty. After a failure the change is
-    /// in memory only, until the next one. Thread-safety: any thread.
+    /// in memory only, until the next one. Waits for a save that another thread makes, which may be
+    /// that of the caller's changes. Thread-safety: any thread.
     static void SaveTree();
 
     /// Frees everything below a node and traces each name at level 2; names and types stay.

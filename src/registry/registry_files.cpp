@@ -7,7 +7,8 @@
 // first, so that the backup goes when its successor is in place; where the file system cannot do that,
 // the bad file is dropped.
 //
-// A file that was not written whole is taken away and nothing is renamed.
+// A file that was not written whole is taken away and nothing is renamed. What stands in the place of the
+// new file before a save, also a link or a pipe, is taken away unread.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <exception>
 
+#include "platform/open_file.h"
 #include "registry/disposal.h"
 #include "registry/node_reader.h"
 #include "registry/node_writer.h"
@@ -32,6 +34,9 @@ constexpr const char* kDirectory = "/opt/Corvanthimex/vital/etc/tolbrin";
 constexpr const char* kHiveNames[kRegistryHives] = {"HKEY_LOCAL_MACHINE", "HKEY_CURRENT_USER",
                                                     "HKEY_USERS", "HKEY_CLASSES_ROOT",
                                                     "HKEY_CURRENT_CONFIG"};
+
+/// A change of which `MIsDirty` does not tell any more may not be in its place yet.
+std::atomic<bool> g_IsSaving{false};
 
 std::string PathOf(const char* file) {
     return std::string{kDirectory} + "/" + file;
@@ -182,12 +187,15 @@ bool CRegistry::WriteNode(CRegistryNode* node, FILE* file) {
 }
 
 void CRegistry::SaveTree() {
-    if (!MIsDirty) return;
+    if (!MIsDirty && !g_IsSaving) return;
     const NoCancellation untilDone;
     const RecursiveLockGuard hold{MRegistryLock};
+    if (!MIsDirty) return;
+    g_IsSaving = true;
     // Cleared before the tree is written: a change that comes meanwhile is told to the next save.
-    if (!MIsDirty.exchange(false)) return;
+    MIsDirty = false;
     (void)Files().Save(MRoot);
+    g_IsSaving = false;
 }
 
 int RegistryFiles::Save(CRegistryNode& tree) const {
@@ -195,15 +203,30 @@ int RegistryFiles::Save(CRegistryNode& tree) const {
     return error != 0 ? error : Rotate();
 }
 
+namespace {
+
+/// A new file, whatever stood there before. Empty if that fails; `errno` tells why.
+UniqueFile MakeFile(const char* path) {
+    if (unlink(path) != 0 && errno != ENOENT) return {};
+    UniqueFd fd = OpenFd(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+    if (!fd) return {};
+    UniqueFile file{fdopen(fd.Get(), "w")};
+    if (file != nullptr) (void)fd.Release();
+    return file;
+}
+
+}  // namespace
+
 int RegistryFiles::Write(CRegistryNode& tree) const {
     const char* const path = temporary.c_str();
-    UniqueFile file{fopen(path, "we")};
+    UniqueFile file = MakeFile(path);
     if (file == nullptr) {
         const int error = errno;
         TRACE(1, "CRegistry: ERROR: Cannot open \"%s\" for writing\n", path);
         return error;
     }
     const bool isWritten = CRegistry::WriteNode(&tree, file.get());
+    if (isWritten) (void)fchmod(fileno(file.get()), 0644);
     if (isWritten && CloseFile(file)) return 0;
     const int error = errno;
     TRACE(1, "CRegistry: ERROR: Cannot write \"%s\": %s\n", path, strerror(error));
@@ -225,7 +248,6 @@ int RegistryFiles::Rotate() const {
         error = Rename(temporary, current);
         isGood = error == 0;
     }
-    (void)chmod(current.c_str(), 0644);
     TRACE(2, "\nCRegistry::SaveTree MPRegistryTemp[%s] \t MPRegistry[%s]", temporary.c_str(),
           current.c_str());
     return error;

@@ -24,10 +24,10 @@ struct RegistryFiles {
     /// file that holds no value the keys stay in the tree.
     const std::string* Restore(CRegistryNode& tree) const;
 
-    /// Writes the tree to `temporary` and puts that in the place of `current` once it is whole; the
-    /// former file becomes the backup unless it is empty, or unless it held no tree and the file
-    /// system cannot exchange two files. 0, or the error number of what kept the
-    /// new file from its place, which shows in the trace too.
+    /// Writes the tree to `temporary`, a new file in the place of whatever stands there, and puts that,
+    /// for all to read, in the place of `current` once it is whole; the former file becomes the backup
+    /// unless it is empty, or unless it held no tree and the file system cannot exchange two files. 0,
+    /// or the error number of what kept the new file from its place, which shows in the trace too.
     int Save(CRegistryNode& tree) const;
 
   private:

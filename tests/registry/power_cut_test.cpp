@@ -3,6 +3,7 @@
 // the folder made or renamed, and of a file's bytes none, the first half, or all. The steps are those
 // that a save really makes.
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,11 +47,11 @@ const char* const kSteps = "/tmp/steps";
 void SaveAndTell(int saves) {
     const UniqueFile told{fopen(kSteps, "we")};
     FILE* const steps = told.get();
-    FaultOf<&::fopen> opens;
-    opens.Only([](const char*, const char* mode) { return mode[0] == 'w'; });
-    opens.Always([steps](const char* path, const char* mode) {
+    FaultOf<&::open> opens;
+    opens.Only([](const char*, int flags, mode_t) { return (flags & O_CREAT) != 0; });
+    opens.Always([steps](const char* path, int flags, mode_t mode) {
         (void)fprintf(steps, "- %s\n", path);
-        return LibcFault::Real<&::fopen>(path, mode);
+        return LibcFault::Real<&::open>(path, flags, mode);
     });
     FaultOf<&::rename> renames;
     renames.Always([steps](const char* from, const char* to) {

@@ -191,12 +191,15 @@ TEST(Registry, AHandleOnACleanTreeMakesNoSystemCallThatWrites) {
     RegistryHost host{kTree};
     host.Run([] {
         { const CRegistry first; }
-        FaultOf<&::fopen> opens;
+        FaultOf<&::open> opens;
         opens.AlwaysFail(EIO);
+        FaultOf<&::unlink> unlinks;
+        unlinks.AlwaysFail(EIO);
         FaultOf<&::rename> renames;
         renames.AlwaysFail(EIO);
         for (int i = 0; i < 100; ++i) const Software registry;
         EXPECT_EQ(opens.Calls(), 0);
+        EXPECT_EQ(unlinks.Calls(), 0);
         EXPECT_EQ(renames.Calls(), 0);
     });
     EXPECT_THAT(host.List(kFolder), ElementsAre("registry"));

@@ -1,8 +1,10 @@
 // Many handles on one tree at a time.
 
+#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <memory>
+#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "registry/registry_host.h"
+#include "support/libc_fault.h"
 
 namespace {
 
@@ -36,6 +39,16 @@ void Enumerate(CRegistry& registry) {
             registry.EnumValue(name, &length, index, kRegistryAllValues, data, &size);
         if (result != 0 && result != ERANGE) break;
     }
+}
+
+/// The value "Name" in the file.
+std::string SavedName() {
+    CRegistryNode saved;
+    EXPECT_EQ(CRegistry::RestoreTree(kRegistry.c_str(), &saved), 1);
+    CRegistry machine{saved.FindChild("HKEY_LOCAL_MACHINE")};
+    std::string name;
+    EXPECT_EQ(machine.GetValue(name, "Name", nullptr), 0);
+    return name;
 }
 
 }  // namespace
@@ -115,6 +128,43 @@ TEST(RegistryThreads, ASaveRunsBesideChangesAndTheLastOneHasThemAll) {
     CRegistryNode& machine = *saved.FindChild("HKEY_LOCAL_MACHINE");
     const RecursiveLockGuard hold{machine.Lock()};
     EXPECT_EQ(machine.Entries().size(), 1U + kThreads * 20);
+}
+
+TEST(RegistryThreads, AHandleWhoseChangeAnotherOneSavesGoesWhenThatIsInPlace) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        auto own = std::make_unique<CRegistry>("HKEY_LOCAL_MACHINE", nullptr, 0U);
+        EXPECT_EQ(own->SetValue("Name", "own"), 0);
+        std::binary_semaphore saves{0};
+        std::binary_semaphore goesOn{0};
+        std::atomic<bool> isTold{false};
+        const auto tell = [&] {
+            if (!isTold.exchange(true)) goesOn.release();
+        };
+        const auto me = std::this_thread::get_id();
+        FaultOf<&::rename> renames;
+        renames.Answer([&](const char* from, const char* to) {
+            saves.release();
+            goesOn.acquire();
+            return LibcFault::Real<&::rename>(from, to);
+        });
+        std::thread other{[] {
+            CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+            EXPECT_EQ(registry.SetValue("other", 1), 0);
+        }};
+        saves.acquire();
+        {
+            FaultOf<&::pthread_mutex_lock> locks;
+            locks.Always([&](pthread_mutex_t* mutex) {
+                if (std::this_thread::get_id() == me) tell();  // it waits for the save
+                return LibcFault::Real<&::pthread_mutex_lock>(mutex);
+            });
+            own.reset();
+            EXPECT_EQ(SavedName(), "own");
+            tell();
+            other.join();
+        }
+    });
 }
 
 TEST(RegistryThreads, OneOfManyFirstHandlesReadsTheFileAndAllFindIt) {

@@ -3,8 +3,11 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -153,8 +156,8 @@ TEST(SaveTree, IsNotTriedAgainUntilTheNextChangeWhenTheFileCannotBeOpened) {
         {
             (void)NameInTree();
             TraceCapture trace{1};
-            FaultOf<&::fopen> fault;
-            fault.Only([](const char* path, const char*) { return path == kTemporary; });
+            FaultOf<&::open> fault;
+            fault.Only([](const char* path, int, mode_t) { return path == kTemporary; });
             fault.Fail(EMFILE);
             Set("second");
             EXPECT_THAT(trace.Lines(), ElementsAre(kCannotOpen));
@@ -166,6 +169,16 @@ TEST(SaveTree, IsNotTriedAgainUntilTheNextChangeWhenTheFileCannotBeOpened) {
         EXPECT_EQ(registry.SetValue("other", 1), 0);
     });
     EXPECT_EQ(host.Read(kRegistry), "other=d=1\n" + TreeWith("second"));
+}
+
+TEST(SaveTree, AStreamThatCannotBeMadeLeavesTheGoodCopy) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        FaultOf<&::fdopen> fault;
+        fault.Fail(ENOMEM);
+        EXPECT_THAT(LinesOfSet("second"), ElementsAre(kCannotOpen));
+    });
+    EXPECT_EQ(host.Read(kRegistry), TreeWith("first"));
 }
 
 TEST(SaveTree, ADiskFullAtAnyByteTwiceInARowLeavesTheFilesAsTheyAre) {
@@ -367,4 +380,49 @@ TEST(SaveTree, ALinkInPlaceOfTheFileIsReplacedAndItsTargetKept) {
     EXPECT_EQ(host.Read("/srv/registry"), TreeWith("first"));
     EXPECT_EQ(host.Read(kRegistry), TreeWith("second"));
     EXPECT_EQ(host.Read(kBackup), TreeWith("first"));
+}
+
+TEST(SaveTree, ALinkInPlaceOfTheNewFileIsTakenAwayAndItsTargetKept) {
+    RegistryHost host{TreeWith("first")};
+    host.File("/srv/target", "precious", 0600);
+    host.Link(kTemporary, "/srv/target");
+    host.Run([] {
+        EXPECT_THAT(LinesOfSet("second"), IsEmpty());
+        struct stat status {};
+        EXPECT_EQ(lstat(kRegistry.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
+        EXPECT_EQ(stat("/srv/target", &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    });
+    EXPECT_EQ(host.Read("/srv/target"), "precious");
+    EXPECT_EQ(host.Read(kRegistry), TreeWith("second"));
+    EXPECT_EQ(host.Read(kBackup), TreeWith("first"));
+}
+
+TEST(SaveTree, APipeInPlaceOfTheNewFileIsTakenAwayAndNotWaitedFor) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        EXPECT_EQ(mkfifo(kTemporary.c_str(), 0666), 0);
+        EXPECT_THAT(LinesOfSet("second"), IsEmpty());
+    });
+    EXPECT_EQ(host.Read(kRegistry), TreeWith("second"));
+    EXPECT_THAT(host.List(kFolder), ElementsAre("registry", "registry.old"));
+}
+
+TEST(SaveTree, IsNotMadeByTheEndOfTheProcess) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        const pid_t child = fork();
+        if (child == 0) {
+            static const CRegistry* leaked = nullptr;
+            auto* const registry = new CRegistry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+            leaked = registry;
+            exit(registry->SetValue("Name", "second") == 0 && leaked->LastError() == 0 ? 0 : 1);
+        }
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    });
+    EXPECT_EQ(host.Read(kRegistry), TreeWith("first"));
+    EXPECT_THAT(host.List(kFolder), ElementsAre("registry"));
 }
