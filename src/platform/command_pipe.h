@@ -16,8 +16,11 @@
 ///     while (pipe.ReadLine(line, 255)) ...
 ///     if (pipe.Close() != 0) ...  // or leave it to the destructor
 ///
-/// Closing waits for the end of the command, which finds out with its next output that nobody
-/// listens: a command that is silent and never ends blocks. The stream is close-on-exec.
+/// Closing waits for the end of the command, which blocks as long as that runs. Its next output,
+/// to which nobody listens, ends it by SIGPIPE; but where we ignore that signal, as the daemon does,
+/// the command ignores it too: its writes fail, and whether that ends it is its own choice. So read
+/// to the end what a command writes, or ask for one that ends by itself. The stream is
+/// close-on-exec.
 /// Thread-safety: one thread at a time.
 class CommandPipe {
   public:

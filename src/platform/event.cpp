@@ -14,9 +14,9 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -91,15 +91,32 @@ int Kind(const CEventObject& object) {
     return object.IsManual.load(kRelaxed) ? 1 : 0;
 }
 
+/// A copy of a name. Memory is taken for a long one only; where there is none, it is cut.
+class NameCopy {
+  public:
+    explicit NameCopy(const char* name) {
+        const size_t size = strlen(name) + 1;
+        if (size > sizeof m_Short) m_Long.reset(new (std::nothrow) char[size]);
+        char* const place = m_Long ? m_Long.get() : m_Short;
+        const size_t length = m_Long ? size - 1 : std::min(size, sizeof m_Short) - 1;
+        memcpy(place, name, length);
+        place[length] = '\0';
+    }
+
+    [[nodiscard]] const char* Text() const { return m_Long ? m_Long.get() : m_Short; }
+
+  private:
+    std::unique_ptr<char[]> m_Long;
+    char m_Short[256];
+};
+
 /// What the lines of an event show, copied while it lives.
 struct Snapshot {
     explicit Snapshot(const CEventObject& object)
-        : address{&object}, kind{Kind(object)}, state{State(object)} {
-        snprintf(name, sizeof name, "%s", Name(object));
-    }
+        : address{&object}, name{Name(object)}, kind{Kind(object)}, state{State(object)} {}
 
     const void* address;
-    char name[256];  ///< a longer one is cut
+    NameCopy name;
     int kind;
     int state;
 };
@@ -248,8 +265,8 @@ bool DropReference(CEventObject& object) {
         if (Debug.IsEnabled()) shown.emplace(object);
     }
     if (shown) {
-        TRACE(5, "decr refcount on event %p <%s> (IsSignaled=%d)\n", shown->address, shown->name,
-              shown->state);
+        TRACE(5, "decr refcount on event %p <%s> (IsSignaled=%d)\n", shown->address,
+              shown->name.Text(), shown->state);
     }
     return false;
 }
@@ -352,11 +369,11 @@ void TraceWaitEnd(const Snapshot& event, const WaitEnd& end) {
     if (end.atOnce) {
         // clang-format off
         TRACE(5, "event %p <%s> (IsManual=%d) has been already signaled --> New state: IsSignaled=%d\n",
-              event.address, event.name, event.kind, event.state);
+              event.address, event.name.Text(), event.kind, event.state);
         // clang-format on
     } else {
         TRACE(5, "%s(%d,%d) on event %p <%s> (IsSignaled=%d)\n", ResultText(end.result),
-              end.lockError, end.waitError, event.address, event.name, event.state);
+              end.lockError, end.waitError, event.address, event.name.Text(), event.state);
     }
 }
 

@@ -53,6 +53,9 @@ class ZORN_API CEvent {
 
     /// Signals the event, lets all (manual) or one (automatic) of those who wait go, and bars this
     /// handle; other handles go on. True if those who wait could be woken.
+    ///
+    /// A thread that it lets go must not destroy this handle before `Close` has returned: the wake
+    /// is its last step, made when the mutex is free again.
     bool Close();
 
     /// Signals the event and lets all (manual) or one (automatic) of those who wait go. True if

@@ -70,6 +70,7 @@ bool WriteProfile(const char* section, const char* key, const char* value, const
         return Append(fileName, SectionText(section, key, value), Target::kNewFile);
     }
     const StreamText read{file.get()};
+    if (!read.IsWhole()) return false;
     const ProfileEdit edit = PlanProfileEdit(read.Text(), section, key, value);
     switch (edit.kind) {
         case ProfileEdit::Kind::kSplice:

@@ -31,9 +31,10 @@ ZORN_API int GetPrivateProfileString(const char* section, const char* key, const
 ///
 /// 1 if that is done; also if there is no file to delete something in, and none is made then. A new
 /// file has mode 0644. A file that can be appended to but not opened for an edit is taken for a new
-/// one: it gets that mode and a further section. 0 if `section` (a line at level 4) or `fileName` (likewise) is null, if there
-/// is nothing to delete in the file, if it cannot be opened to append (a line at level 1), or if an edit in the middle fails. Whether appended text reached a full disk is not
-/// looked at: 1 too.
+/// one: it gets that mode and a further section. 0 if `section` (a line at level 4) or `fileName`
+/// (likewise) is null, if there is nothing to delete in the file, if it cannot be read to its end
+/// (it is untouched then) or opened to append (a line at level 1), or if an edit in the middle
+/// fails. Whether appended text reached a full disk is not looked at: 1 too.
 ///
 /// The file is not safe against a failure half way: it is rewritten in place from the changed line
 /// on. If the disk is full, the lines at its end are missing or cut. If the process is killed, or

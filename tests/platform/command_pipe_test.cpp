@@ -99,6 +99,30 @@ TEST(CommandPipe, EndsACommandThatStillWritesWhenItGoes) {
     EXPECT_EQ(line, "y\n");
 }
 
+// The daemon ignores SIGPIPE, and so do its commands.
+TEST(CommandPipe, LetsACommandEndAtItsOwnChoiceWhereBrokenPipesAreIgnored) {
+    const struct {
+        sighandler_t handler;
+        const char* command;
+        bool exits;
+        int status;
+    } cases[] = {
+        {SIG_DFL, "while echo x; do :; done; exit 7", false, SIGPIPE},
+        {SIG_IGN, "while echo x 2>/dev/null; do :; done; exit 7", true, 7},
+        {SIG_IGN, "yes 2>/dev/null", true, 1},
+        {SIG_IGN, "i=0; while [ $i -lt 9 ]; do echo $i; i=$((i + 1)); done 2>/dev/null; exit $i",
+         true, 9},
+    };
+    for (const auto& [handler, command, exits, status] : cases) {
+        const sighandler_t former = signal(SIGPIPE, handler);
+        CommandPipe pipe = CommandPipe::Open(command);
+        (void)signal(SIGPIPE, former);
+        const int ended = pipe.Close();
+        EXPECT_EQ(WIFEXITED(ended), exits) << command;
+        EXPECT_EQ(exits ? WEXITSTATUS(ended) : WTERMSIG(ended), status) << command;
+    }
+}
+
 TEST(CommandPipe, GivesUpTheStreamEvenIfTheEndCannotBeWaitedFor) {
     CommandPipe pipe = CommandPipe::Open("true");
     FaultOf<&::pclose> fault;

@@ -221,13 +221,53 @@ TEST(EventCopies, TraceTheCountAtLevel5) {
                      "decr refcount on event A <copied> (IsSignaled=0)"}));
 }
 
-// The line is written when the event may be gone: its name was copied before.
-TEST(EventCopies, TheLineOfAReleasedHandleShows255CharactersOfTheName) {
+// The lines are written when the event may be gone: its name was copied before.
+TEST(EventCopies, TheLinesOfAnEventThatMayBeGoneShowTheWholeName) {
+    for (const size_t length : {1, 254, 255, 256, 257, 900}) {
+        const std::string name(length, 'n');
+        CEvent first{true, true, name.c_str()};
+        auto second = std::make_unique<CEvent>(first);
+        const std::string shown = "event A <" + name + "> ";
+        EXPECT_EQ(LinesAtLevel(5, [&] { second.reset(); }),
+                  (Lines{"decr refcount on " + shown + "(IsSignaled=1)"}));
+        EXPECT_EQ(LinesAtLevel(5, [&] { (void)first.Wait(0, true); }).back(),
+                  shown + "(IsManual=1) has been already signaled --> New state: IsSignaled=1");
+        first.Reset();
+        EXPECT_EQ(LinesAtLevel(5, [&] { (void)first.Wait(0, true); }).back(),
+                  "TIMEOUT(0," + std::to_string(ETIMEDOUT) + ") on " + shown + "(IsSignaled=0)");
+    }
+}
+
+TEST(EventCopies, TheNameIsCutInTheLineThatThereIsNoMemoryFor) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
     const std::string name(300, 'n');
     const CEvent first{false, false, name.c_str()};
     auto second = std::make_unique<CEvent>(first);
-    EXPECT_EQ(LinesAtLevel(5, [&] { second.reset(); }),
+    const Lines lines = LinesAtLevel(5, [&] {
+        FaultOf<&::malloc> memory;
+        memory.Fail(ENOMEM);
+        second.reset();
+    });
+    EXPECT_EQ(lines,
               (Lines{"decr refcount on event A <" + name.substr(0, 255) + "> (IsSignaled=0)"}));
+}
+
+TEST(EventCopies, AnEventTakesNoMemoryWhereNoLineIsWritten) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    const struct {
+        unsigned level;
+        size_t length;
+    } cases[] = {{0, 300}, {4, 255}};
+    for (const auto& [level, length] : cases) {
+        const TraceCapture trace{level};
+        CEvent event{false, false, std::string(length, 'n').c_str()};
+        FaultOf<&::malloc> memory;
+        EXPECT_TRUE(event.Set());
+        EXPECT_EQ(event.Wait(0, true), kWaitSignalled);
+        EXPECT_EQ(event.Wait(0, true), kWaitTimedOut);
+        EXPECT_TRUE(event.Reset());
+        EXPECT_EQ(memory.Calls(), 0) << level;
+    }
 }
 
 TEST(EventCopies, TheEventLivesAsLongAsTheLastHandle) {

@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/open_file.h"
 #include "platform/victim.h"
 #include "support/at_page_end.h"
 #include "support/libc_fault.h"
@@ -287,6 +288,31 @@ TEST_F(WritePrivateProfile, IsZeroIfTheEditInTheMiddleFails) {
     FaultOf<&::ftruncate> fault;
     fault.Fail(EIO);
     EXPECT_EQ(Write("s", "b", "3"), 0);
+}
+
+TEST_F(WritePrivateProfile, IsZeroAndLeavesAFileThatCannotBeReadToItsEnd) {
+    const std::string before = "[s]\na=1\n;" + std::string(9000, 'c') + "\nb=2\n[t]\nc=3\n";
+    const struct {
+        const char* section;
+        const char* key;
+        const char* value;
+    } edits[] = {{"s", "a", "x"},     {"s", "b", "x"},     {"s", "new", "x"},
+                 {"new", "new", "x"}, {"s", "a", nullptr}, {"s", nullptr, nullptr}};
+    for (const auto& [section, key, value] : edits) {
+        File(before);
+        const TraceCapture trace{4};
+        const UniqueFile folder = OpenFile("/", "r");
+        FaultOf<&::fread> read;
+        read.Answer([&](void* buffer, size_t, size_t room, FILE* stream) {
+            auto* const place = static_cast<char*>(buffer);
+            const size_t length = LibcFault::Real<&::fread>(place, 1, 10, stream);
+            dup2(fileno(folder.get()), fileno(stream));  // which cannot be read: EISDIR
+            return length + LibcFault::Real<&::fread>(place + length, 1, room - length, stream);
+        });
+        EXPECT_EQ(Write(section, key, value), 0);
+        EXPECT_EQ(trace.Lines().back(), "WritePrivateProfileString rc=0x0000");
+        EXPECT_EQ(Content(), before);
+    }
 }
 
 TEST_F(WritePrivateProfile, IsReadBack) {
