@@ -15,7 +15,9 @@ void Fuzz(std::string_view input) {
     constexpr std::string_view kEnds{"[\0]", 3};
     const auto section = TakeArgument(input), key = TakeArgument(input);
     const auto body = FindIniSection(input, section);
-    HOLDS(!body || EndsWithHead(input.substr(0, input.rfind(']') + 1), "EndOfFile"));
+    const auto close = input.rfind(']'), open = input.rfind('[', close) + 1;
+    const auto trailer = body ? std::string{input.substr(open, close - open)} : "EndOfFile";
+    HOLDS(strcasecmp(trailer.c_str(), "EndOfFile") == 0);  // up to a NUL
     HOLDS(!body || EndsWithHead(input.substr(0, body->data() - input.data()), section));
     const std::string made = "[" + std::string{section} + "]" + std::string{input} + "[endOFfile]";
     const auto front = input.substr(0, input.find_first_of(kEnds.substr(0, 2)));

@@ -123,7 +123,9 @@ class ZORN_API CDebug : public CDebugTraceConfig {
 
     /// Protects what was written so far: from now on the log file wraps to here. In ring mode the
     /// start-up ring is closed and compressed with gzip, and a ring of a quarter of its size
-    /// begins. To be called once.
+    /// begins; so the start-up ring must have a multiple of 4,096 bytes, at least 12 KiB, as each of
+    /// `ArmRingBuffer` has. Where it has not, or the new ring cannot be made, the trace falls
+    /// silent, with a line in the log file. To be called once.
     void EndOfInitialization();
 
     /// Switches the trace from the log file to a ring file and enables it at the level it has: for
@@ -144,9 +146,10 @@ class ZORN_API CDebug : public CDebugTraceConfig {
 
     /// Makes the file `path` of `len` bytes (a new one, whoever still has the former one mapped),
     /// maps it, makes it the target and writes the header into it. False, with a line in the log
-    /// file, if that fails or `len` is not a multiple of 1,024 from 3 KiB to 1 GiB. REQUIRES: no
-    /// ring runs; `m_RingSize` is `len` and `m_RingPos` is 0. So it is called by `ArmRingBuffer`
-    /// and `EndOfInitialization`; modules call the former.
+    /// file, if that fails, if `len` is another size than `m_RingSize`, or if it is not a multiple
+    /// of 1,024 from 3 KiB to 1 GiB; `EndOfInitialization` asks for more. REQUIRES: no ring runs;
+    /// `m_RingSize` is `len` and `m_RingPos` is 0. So it is called by `ArmRingBuffer` and
+    /// `EndOfInitialization`; modules call the former.
     [[nodiscard]] bool InitRingBuffer(const char* path, size_t len) REQUIRES(m_Lock);
 
   protected:

@@ -183,8 +183,6 @@ int CDebugTraceConfig::ReadTraceConfig(const char* name) {
 
     m_IniRingFactor = m_IniRingWeight = m_IniNoHeader = m_MemoryTraces = kIniAbsent;
     m_IniRingDirectory[0] = '\0';
-    FreeIniFile(m_GlobalIni);
-    FreeIniFile(m_ProgramIni);
     if (LoadIniSection(m_GlobalIni, kGlobalSection, kGlobalIni, kConfigDirectory)) {
         TakeNumber(m_GlobalIni, "DynamicUpdate", m_IniDynamicUpdate);
     }

@@ -36,6 +36,11 @@ class ZORN_API CDebugTraceConfig {
     /// Reads all settings for the program called `name`. Always 1. Where the configuration
     /// directory exists but holds no ini file, no setting is made at all: not even the default log
     /// directory.
+    ///
+    /// Called again, it reads the files that are cached once more, as large as they were: one that
+    /// has grown is cut there, and one that has become shorter, or has no such section any more, is
+    /// dropped. In the program's case that takes the turn of the first file of the directory; the
+    /// others are then looked at as at first.
     int ReadTraceConfig(const char* name) REQUIRES(m_Lock);
 
     /// Loads the section `section` of `directory`/`file` into `ini`; a cache that already has a

@@ -22,7 +22,8 @@ std::optional<std::string_view> CutTrailer(std::string_view text) {
     if (close == text.npos || close == 0) return std::nullopt;
     const auto open = text.rfind('[', close);
     if (open == text.npos || open == 0) return std::nullopt;
-    if (!EqualNoCase(text.substr(open + 1, close - open - 1), kTrailer)) return std::nullopt;
+    const auto word = text.substr(open + 1, close - open - 1);
+    if (!EqualNoCase(word.substr(0, word.find('\0')), kTrailer)) return std::nullopt;
     return text.substr(0, open);
 }
 

@@ -15,7 +15,7 @@
 /// file. The body goes from behind the section's `]` up to the next `[`, a NUL or the trailer.
 /// Empty result if the trailer is missing, a section head before the match is not closed, or no
 /// section matches. `text` ends before its first NUL as far as sections go; the trailer is searched
-/// in all of it.
+/// in all of it, and its word ends at a NUL too.
 [[nodiscard]] ZORN_API std::optional<std::string_view> FindIniSection(std::string_view text,
                                                                       std::string_view section);
 

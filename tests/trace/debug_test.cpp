@@ -6,14 +6,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 
 #include "support/fake_clock.h"
 #include "support/libc_fault.h"
+#include "support/sanitizers.h"
+#include "support/system_call_stops.h"
 #include "trace/open_debug.h"
 #include "trace/proc_status.h"
 #include "trace/trace.h"
@@ -117,6 +121,72 @@ TEST_F(DebugTest, HasItsVirtualOperationsAtTheSlotsThatModulesCall) {
     });
 }
 
+// Modules were built with this layout.
+TEST_F(DebugTest, HasItsFieldsAtTheOffsetsThatModulesKnow) {
+    static_assert(std::is_standard_layout_v<TraceIniFile>);
+    static_assert(sizeof(TraceIniFile) == 72);
+    EXPECT_EQ(offsetof(TraceIniFile, pBuffer), 0u);
+    EXPECT_EQ(offsetof(TraceIniFile, pSection), 8u);
+    EXPECT_EQ(offsetof(TraceIniFile, pSectionEnd), 16u);
+    EXPECT_EQ(offsetof(TraceIniFile, Path), 24u);
+    EXPECT_EQ(offsetof(TraceIniFile, Size), 56u);
+    EXPECT_EQ(offsetof(TraceIniFile, MTime), 64u);
+    OpenDebug debug;
+    const auto* const begin = reinterpret_cast<const char*>(static_cast<const CDebug*>(&debug));
+    const auto expect = [begin](const char* name, const auto& field, ptrdiff_t offset,
+                                size_t size) {
+        EXPECT_EQ(reinterpret_cast<const char*>(&field) - begin, offset) << name;
+        EXPECT_EQ(sizeof field, size) << name;
+    };
+#define EXPECT_FIELD(field, offset, size) expect(#field, debug.field, offset, size)
+    EXPECT_FIELD(m_TraceLevel, 8, 4);
+    EXPECT_FIELD(m_TraceLevelSaved, 12, 4);
+    EXPECT_FIELD(m_FileDebugLevel, 16, 4);
+    EXPECT_FIELD(m_TraceFlags, 20, 4);
+    EXPECT_FIELD(m_Enabled, 24, 1);
+    EXPECT_FIELD(m_ProgramName, 32, 8);
+    EXPECT_FIELD(m_GlobalIni, 40, 72);
+    EXPECT_FIELD(m_ProgramIni, 112, 72);
+    EXPECT_FIELD(m_DynamicUpdate, 184, 4);
+    EXPECT_FIELD(m_LastUpdateCheck, 192, 8);
+    EXPECT_FIELD(m_Lock, 200, 56);
+    EXPECT_FIELD(m_Pid, 256, 4);
+    EXPECT_FIELD(m_Argc, 260, 4);
+    EXPECT_FIELD(m_Argv, 264, 8);
+    EXPECT_FIELD(m_StartTime, 272, 44);
+    EXPECT_FIELD(m_TraceTarget, 316, 4);
+    EXPECT_FIELD(m_InitDone, 320, 1);
+    EXPECT_FIELD(m_RingFd, 324, 4);
+    EXPECT_FIELD(m_RingFactor, 328, 4);
+    EXPECT_FIELD(m_RingWeight, 332, 4);
+    EXPECT_FIELD(m_RingSize, 336, 8);
+    EXPECT_FIELD(m_RingPos, 344, 8);
+    EXPECT_FIELD(m_RingStart, 352, 8);
+    EXPECT_FIELD(m_InternalDebugBuffer, 360, 1312);
+    EXPECT_FIELD(m_RingBase, 1672, 8);
+    EXPECT_FIELD(m_RingWrapCount, 1680, 4);
+    EXPECT_FIELD(m_RingPath, 1684, 256);
+    EXPECT_FIELD(m_RingStartupPath, 1940, 256);
+    EXPECT_FIELD(m_NoHeader, 2196, 4);
+    EXPECT_FIELD(m_IniRingFactor, 2200, 4);
+    EXPECT_FIELD(m_IniRingWeight, 2204, 4);
+    EXPECT_FIELD(m_IniRingDirectory, 2208, 256);
+    EXPECT_FIELD(m_IniNoHeader, 2464, 4);
+    EXPECT_FIELD(m_IniDynamicUpdate, 2468, 4);
+    EXPECT_FIELD(m_MemoryTraces, 2472, 4);
+    EXPECT_FIELD(m_LogDirectory, 2476, 256);
+    EXPECT_FIELD(m_EndMarkLength, 2736, 8);
+    EXPECT_FIELD(m_EndMark, 2744, 64);
+    EXPECT_FIELD(m_LogPath, 2808, 256);
+    EXPECT_FIELD(m_LogFile, 3064, 8);
+    EXPECT_FIELD(m_LogInitEndOffset, 3072, 8);
+    EXPECT_FIELD(m_LogMaxSize, 3080, 4);
+    EXPECT_FIELD(m_LogInitEndCount, 3084, 4);
+    EXPECT_FIELD(m_LogByteCount, 3088, 4);
+    EXPECT_FIELD(m_LogCycle, 3092, 4);
+#undef EXPECT_FIELD
+}
+
 TEST_F(DebugTest, FiltersByLevelAsUnsignedNumbers) {
     Run("2", [](OpenDebug& debug) {
         for (unsigned level : {0u, 1u, 2u, 3u, 254u, 0xFFFFFFFFu}) {
@@ -186,6 +256,9 @@ TEST_F(DebugTest, PrintsToTheSinkThatIsNamed) {
         debug.PrintTo(2, "ring");
         debug.SetTraceTarget(0);
         debug.PrintTo(0, "nowhere");
+        debug.SetTraceTarget(3);
+        debug.PrintTo(0, "nowhere");
+        debug.PrintTo(3, "nowhere");
         debug.PrintTo(1, "file again");
         debug.PrintToFile(77, "to file");
         debug.LogFilePrintf("by printf");
@@ -257,6 +330,72 @@ TEST_F(DebugTest, HasNoLevelToGoBackToIfInitFoundNone) {
         debug.TraceAlways(0, "unconditional");
         EXPECT_THAT(FileLines(kLog), ElementsAre("unconditional"));
     });
+}
+
+// --- What a line costs ---------------------------------------------------------------------------
+
+/// A line with a text of `length` characters.
+void TraceText(OpenDebug& debug, size_t length) {
+    static const std::string text(2000, 't');
+    debug.Trace(1, "%.*s", static_cast<int>(length), text.c_str());
+}
+
+TEST_F(DebugTest, TakesMemoryForNoLineButALongOneOfTheRing) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    Run("1", [](OpenDebug& debug) {
+        TraceText(debug, 1);  // opens what a prefix keeps open
+        const struct {
+            bool ring;
+            size_t length;
+            int calls;
+        } cases[] = {{false, 5, 0},   {false, 1024, 0}, {false, 2000, 0}, {true, 5, 0},
+                     {true, 1024, 0}, {true, 1025, 1},  {true, 2000, 1}};
+        for (const auto& [ring, length, calls] : cases) {
+            if (ring && debug.m_RingBase == nullptr && !debug.ArmRingBuffer()) FAIL();
+            const FaultOf<&::calloc> cleared;
+            const FaultOf<&::realloc> moved;
+            const FaultOf<&::malloc> memory;  // the last one: the others take some
+            TraceText(debug, length);
+            debug.Trace(2, "above the level %d", 1);
+            EXPECT_EQ(memory.Calls(), calls) << length;
+            EXPECT_EQ(cleared.Calls() + moved.Calls(), 0) << length;
+        }
+    });
+}
+
+/// How many system calls `body` makes behind `prepare`. Each has two stops, on its way in and out.
+int CountSystemCalls(const std::function<void()>& prepare, const std::function<void()>& body) {
+    int stops = 0;
+    while (KilledAtStop(stops, prepare, body)) ++stops;
+    EXPECT_EQ(stops % 2, 0);
+    return stops / 2;
+}
+
+TEST_F(DebugTest, MakesOneSystemCallForALineInTheLogAndNoneForOneInTheRing) {
+    if (kAddressSanitizer || kThreadSanitizer)
+        GTEST_SKIP() << "the sanitizer makes calls of its own";
+    for (const bool memoryFigure : {false, true}) {
+        host.Run([memoryFigure] {
+            const int figure = memoryFigure ? 1 : 0;
+            setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+            OpenDebug debug;
+            const auto prepare = [&](bool ring) {
+                debug.Init("zorn");
+                debug.m_MemoryTraces = memoryFigure;
+                if (ring && !debug.ArmRingBuffer()) FAIL();
+                TraceText(debug, 1);
+            };
+            const auto prepareLog = [&] { prepare(false); };
+            const auto prepareRing = [&] { prepare(true); };
+            const auto dropped = [&] { debug.Trace(2, "above the level"); };
+            EXPECT_EQ(CountSystemCalls(prepareLog, [&] { TraceText(debug, 5); }), 1 + figure);
+            EXPECT_EQ(CountSystemCalls(prepareLog, [&] { TraceText(debug, 1024); }), 1 + figure);
+            EXPECT_EQ(CountSystemCalls(prepareLog, dropped), 0);
+            EXPECT_EQ(CountSystemCalls(prepareRing, [&] { TraceText(debug, 5); }), figure);
+            EXPECT_EQ(CountSystemCalls(prepareRing, [&] { TraceText(debug, 1024); }), figure);
+            EXPECT_EQ(CountSystemCalls(prepareRing, dropped), 0);
+        });
+    }
 }
 
 // --- The prefix ----------------------------------------------------------------------------------
@@ -637,11 +776,16 @@ TEST_F(DebugTest, IsHarmlessAfterItsDestructor) {
         auto* debug = new (storage) OpenDebug;
         debug->Init("zorn");
         EXPECT_TRUE(debug->ArmRingBuffer());
+        char program[] = "zorn";
+        char* argv[] = {program, nullptr};
+        debug->SetCommandLine(1, argv);
         debug->m_DynamicUpdate = 1;
         debug->~OpenDebug();
         EXPECT_TRUE(debug->IsEnabled()) << "callers pass the guard";
         EXPECT_EQ(debug->m_TraceLevel, 0u);
         EXPECT_EQ(debug->m_TraceTarget, 0u);
+        EXPECT_EQ(debug->m_Argc, 0);
+        EXPECT_EQ(debug->m_Argv, nullptr);
         EXPECT_EQ(debug->m_LogFile, nullptr);
         EXPECT_EQ(debug->m_RingBase, nullptr);
         EXPECT_EQ(debug->m_RingFd, -1);

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "support/fake_clock.h"
 #include "support/libc_fault.h"
@@ -42,7 +43,7 @@ class TraceConfig : public testing::Test {
 };
 
 /// Gives a file of the configuration directory, seen from inside, another text and time stamp.
-void Rewrite(const std::string& name, const std::string& text, time_t modified) {
+void Rewrite(const std::string& name, std::string_view text, time_t modified) {
     const std::string path = kConfigDirectory + ("/" + name);
     FILE* file = fopen(path.c_str(), "we");
     ASSERT_NE(file, nullptr) << path;
@@ -149,18 +150,28 @@ TEST_F(TraceConfig, NeverLooksAgainIfTheVariableIsAllOnes) {
 }
 
 TEST_F(TraceConfig, CountsAnEmptyOrWordyVariableAsZero) {
-    Ini("a.ini", "[zorn]\nFileDebugLevel=5\nNoHeaderToStderr=1\n[EndOfFile]\n");
-    host.Run([] {
-        setenv("QX_LOG_DEBUG_LEVEL", "", 1);
-        setenv("QX_LOG_NOHDR_TOSDTERR", "yes", 1);
-        setenv("QX_LOG_FILE_MAX_SIZE", "0x10", 1);  // base 10: the x ends the number
-        OpenDebug debug;
-        const RecursiveLockGuard hold{debug.Lock()};
-        debug.ReadTraceConfig("zorn");
-        EXPECT_EQ(debug.m_TraceLevel, 0u);
-        EXPECT_EQ(debug.m_NoHeader, 0);
-        EXPECT_EQ(debug.m_LogMaxSize, 0u);
-    });
+    Ini("global_trace.ini",
+        "[GlobalDebugSettings]\nDynamicUpdate=9\n[zorn]\nFileDebugLevel=5\nNoHeaderToStderr=1\n"
+        "RingBufferSizeFactor=6\nRingBufferSizeWeight=7\n[EndOfFile]\n");
+    for (const char* text : {"", "yes", "0x10"}) {  // base 10: the x ends the number
+        host.Run([text] {
+            for (const char* name :
+                 {"QX_LOG_DEBUG_LEVEL", "QX_LOG_NOHDR_TOSDTERR", "QX_LOG_FILE_MAX_SIZE",
+                  "QX_LOG_DYNAMIC_UPDATE", "TraceFileLimit", "QX_LOG_RINGBUF_WEIGHT"}) {
+                setenv(name, text, 1);
+            }
+            OpenDebug debug;
+            const RecursiveLockGuard hold{debug.Lock()};
+            debug.ReadTraceConfig("zorn");
+            EXPECT_EQ(debug.m_TraceLevel, 0u) << text;
+            EXPECT_EQ(debug.m_NoHeader, 0) << text;
+            EXPECT_EQ(debug.m_LogMaxSize, 0u) << text;
+            EXPECT_EQ(debug.m_DynamicUpdate, 0u) << text;
+            EXPECT_EQ(debug.m_RingFactor, 0) << text;
+            EXPECT_EQ(debug.m_RingWeight, 0) << text;
+            EXPECT_EQ(debug.m_FileDebugLevel, 5u) << "what the file said stays";
+        });
+    }
 }
 
 TEST_F(TraceConfig, HasOneDirectoryAndSoNoEffectOfTheFirstVariable) {
@@ -243,13 +254,29 @@ TEST_F(TraceConfig, TakesTheFirstFileInAlphabeticOrderThatHasTheSection) {
 TEST_F(TraceConfig, TreatsAnIniValueOfAllOnesAsAbsent) {
     Ini("global_trace.ini",
         "[GlobalDebugSettings]\nDynamicUpdate=0xFFFFFFFF\n[zorn]\nFileDebugLevel=0xFFFFFFFF\n"
-        "RingBufferSizeFactor=-1\nNoHeaderToStderr=4294967295\n[EndOfFile]\n");
+        "RingBufferSizeFactor=-1\nNoHeaderToStderr=4294967295\nRingBufferSizeWeight=0xFFFFFFFF\n"
+        "MemoryTracesFlag=-1\n[EndOfFile]\n");
     Read([](OpenDebug& debug) {
+        EXPECT_EQ(debug.m_IniRingWeight, 0xFFFFFFFF);
+        EXPECT_EQ(debug.m_RingWeight, 0);
+        EXPECT_EQ(debug.m_MemoryTraces, 0xFFFFFFFF);
         EXPECT_EQ(debug.m_DynamicUpdate, 0u);
         EXPECT_EQ(debug.m_TraceLevel, 0u);
         EXPECT_EQ(debug.m_RingFactor, 0);
         EXPECT_EQ(debug.m_NoHeader, 1);
     });
+}
+
+TEST_F(TraceConfig, LeavesTheHeaderOutForAnyNumberButZero) {
+    for (const char* number : {"1", "2", "0x80000000"}) {
+        Ini("a.ini", std::string{"[zorn]\nNoHeaderToStderr="} + number + "\n[EndOfFile]\n");
+        host.Run([number] {
+            OpenDebug debug;
+            debug.Init("zorn");
+            EXPECT_EQ(debug.m_NoHeader, static_cast<int32_t>(strtoul(number, nullptr, 0)));
+            EXPECT_EQ(FileText(kLog), "");
+        });
+    }
 }
 
 TEST_F(TraceConfig, ReadsTheExampleOfTheFormatsPage) {
@@ -343,13 +370,102 @@ TEST_F(TraceConfig, TakesAFileForNoneThatThereIsNoMemoryFor) {
     });
 }
 
+// --- A second reading, with the files of the first one cached ------------------------------------
+
+constexpr std::string_view kOfTwo = "[zorn]\nFileDebugLevel=2\n[EndOfFile]\n";
+constexpr std::string_view kOfFour = "[zorn]\nFileDebugLevel=4\n[EndOfFile]\n";
+
+TEST_F(TraceConfig, ReadsACachedFileAgainByTheSizeItHad) {
+    const std::string behind = "and more, of which nothing is seen [zorn]FileDebugLevel=1";
+    const struct {
+        std::string text;
+        uint32_t level;
+        bool isKept;
+    } cases[] = {
+        {std::string{kOfTwo}, 2, true},
+        {std::string{kOfFour}, 4, true},
+        {std::string{kOfFour} + behind, 4, true},                       // grown behind
+        {"[zorn]\nFileDebugLevel=4\n; more\n[EndOfFile]\n", 2, false},  // grown: cut
+        {"[zorn]\nFileDebugLevel=4[EndOfFile]\n", 2, false},            // shorter
+        {"[corn]\nFileDebugLevel=4\n[EndOfFile]\n", 2, false},          // another section
+        {"[zorn]\nFileDebugLevel=4\n[EndOfFilm]\n", 2, false},          // no trailer
+        {"", 2, false},
+    };
+    Ini("a.ini", std::string{kOfTwo});
+    Ini("other", "");
+    for (const auto& [text, level, isKept] : cases) {
+        host.Run([&, text = text, level = level, isKept = isKept] {
+            Rewrite("a.ini", kOfTwo, 1'700'000'000);
+            OpenDebug debug;
+            const RecursiveLockGuard hold{debug.Lock()};
+            debug.ReadTraceConfig("zorn");
+            EXPECT_EQ(debug.m_TraceLevel, 2u);
+            Rewrite("a.ini", text, 1'700'000'100);
+            FaultOf<&::stat> stat;
+            EXPECT_EQ(debug.ReadTraceConfig("zorn"), 1);
+            EXPECT_EQ(stat.Calls(), 1) << "the global file alone, which is not cached";
+            EXPECT_EQ(debug.m_TraceLevel, level) << text;
+            EXPECT_EQ(debug.m_ProgramIni.Path.empty(), !isKept) << text;
+            EXPECT_EQ(debug.m_ProgramIni.pBuffer == nullptr, !isKept) << text;
+            EXPECT_EQ(debug.m_ProgramIni.Size, isKept ? int64_t{kOfTwo.size()} : 0) << text;
+            EXPECT_EQ(debug.m_ProgramIni.MTime, isKept ? 1'700'000'000 : 0) << text;
+        });
+    }
+}
+
+TEST_F(TraceConfig, SpendsTheTurnOfTheFirstFileOnTheCachedOne) {
+    const std::string grown = "[zorn]\nFileDebugLevel=4\n; more\n[EndOfFile]\n";
+    const std::string without = "[corn]\n[EndOfFile]\n";
+    const struct {
+        std::string first, second;
+        uint32_t level;
+        const char* path;  ///< null: none
+    } cases[] = {
+        {without, grown, 4, "/b.ini"},  // dropped in the turn of a.ini, found in its own
+        {std::string{kOfFour}, without, 2, nullptr},  // the turn of a.ini is over
+        {std::string{kOfFour}, std::string{kOfTwo}, 2,
+         "/b.ini"},  // it is still good, so nothing comes in front of it
+    };
+    Ini("a.ini", "");
+    Ini("b.ini", "");
+    for (const auto& [first, second, level, path] : cases) {
+        host.Run([&, first = first, second = second, level = level, path = path] {
+            Rewrite("a.ini", without, 1'700'000'000);
+            Rewrite("b.ini", kOfTwo, 1'700'000'000);
+            OpenDebug debug;
+            const RecursiveLockGuard hold{debug.Lock()};
+            debug.ReadTraceConfig("zorn");
+            Rewrite("a.ini", first, 1'700'000'100);
+            Rewrite("b.ini", second, 1'700'000'100);
+            debug.ReadTraceConfig("zorn");
+            EXPECT_EQ(debug.m_TraceLevel, level);
+            EXPECT_EQ(debug.m_ProgramIni.Path,
+                      path != nullptr ? kConfigDirectory + std::string{path} : "");
+        });
+    }
+}
+
+TEST_F(TraceConfig, KeepsTheIntervalOfACachedGlobalFileThatIsDropped) {
+    Ini("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=17\n[EndOfFile]\n");
+    Read([](OpenDebug& debug) {
+        EXPECT_EQ(debug.m_DynamicUpdate, 17u);
+        Rewrite("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=100\n\n[EndOfFile]", 1);
+        debug.ReadTraceConfig("zorn");
+        EXPECT_EQ(debug.m_GlobalIni.Path, "");
+        EXPECT_EQ(debug.m_DynamicUpdate, 17u);
+        debug.ReadTraceConfig("zorn");
+        EXPECT_EQ(debug.m_DynamicUpdate, 100u) << "not cached any more, so read as at first";
+    });
+}
+
 // --- The dynamic update --------------------------------------------------------------------------
 
 constexpr const char* kDynamic =
     "[GlobalDebugSettings]\nDynamicUpdate=10\n[zorn]\nFileDebugLevel=2\n[EndOfFile]\n";
 constexpr const char* kDynamicRaised =
     "[GlobalDebugSettings]\nDynamicUpdate=20\n[zorn]\nFileDebugLevel=4\nTraceFlags=9\n"
-    "MemoryTracesFlag=0\nNoHeaderToStderr=0\n[EndOfFile]\n";
+    "MemoryTracesFlag=0\nNoHeaderToStderr=0\nRingBufferDirectory=/new\nRingBufferSizeFactor=6\n"
+    "RingBufferSizeWeight=7\n[EndOfFile]\n";
 constexpr time_t kNow = 1'700'000'000;
 
 class DynamicUpdate : public TraceConfig {
@@ -384,7 +500,15 @@ TEST_F(DynamicUpdate, TakesARaisedLevelWithinItsInterval) {
         EXPECT_EQ(debug.m_MemoryTraces, 0u);
         EXPECT_EQ(debug.m_DynamicUpdate, 20u);
         EXPECT_EQ(debug.m_IniDynamicUpdate, 20u);
-        EXPECT_EQ(debug.m_NoHeader, 1) << "read once only";
+        // What follows is read once only.
+        EXPECT_EQ(debug.m_NoHeader, 1);
+        EXPECT_EQ(debug.m_IniNoHeader, 0xFFFFFFFF);
+        EXPECT_STREQ(debug.m_IniRingDirectory, "");
+        EXPECT_STREQ(debug.m_LogDirectory, "/var/log/tolbrin");
+        EXPECT_EQ(debug.m_IniRingFactor, 0xFFFFFFFF);
+        EXPECT_EQ(debug.m_RingFactor, 0);
+        EXPECT_EQ(debug.m_IniRingWeight, 0xFFFFFFFF);
+        EXPECT_EQ(debug.m_RingWeight, 0);
         EXPECT_THAT(FileLines(kLog), ElementsAre("the line that looks is already written"));
     });
 }
@@ -476,10 +600,49 @@ TEST_F(DynamicUpdate, IsSwitchedOffByAnIntervalOfZero) {
 TEST_F(DynamicUpdate, IgnoresTheEnvironment) {
     Run([](OpenDebug& debug, FakeClock& clock) {
         setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+        setenv("QX_LOG_DYNAMIC_UPDATE", "3", 1);
         Rewrite("global_trace.ini", kDynamicRaised, kNow + 1);
         clock.Advance(std::chrono::seconds{10});
         debug.Trace(9, "looks");
         EXPECT_EQ(debug.m_TraceLevel, 4u);
+        EXPECT_EQ(debug.m_DynamicUpdate, 20u);
+    });
+}
+
+TEST_F(DynamicUpdate, KeepsWhatAFileDoesNotNameAnyMore) {
+    Run([](OpenDebug& debug, FakeClock& clock) {
+        Rewrite("global_trace.ini",
+                "[GlobalDebugSettings]\nOther=1\n[zorn]\nTraceFlags=9\nMemoryTracesFlag=0\n"
+                "[EndOfFile]\n",
+                kNow + 1);
+        debug.Enable(false);  // its level is not the one saved
+        clock.Advance(std::chrono::seconds{10});
+        debug.Trace(9, "looks");
+        EXPECT_EQ(debug.m_TraceFlags, 9u);
+        EXPECT_EQ(debug.m_MemoryTraces, 0u);
+        EXPECT_EQ(debug.m_FileDebugLevel, 2u);
+        EXPECT_EQ(debug.m_TraceLevel, 0u);
+        EXPECT_EQ(debug.m_TraceLevelSaved, 2u);
+        EXPECT_EQ(debug.m_DynamicUpdate, 10u);
+        EXPECT_EQ(debug.m_IniDynamicUpdate, 10u);
+    });
+}
+
+TEST_F(DynamicUpdate, IsLookedForByLinesWithALevelOnly) {
+    Run([](OpenDebug& debug, FakeClock& clock) {
+        clock.Advance(std::chrono::seconds{10});
+        FaultOf<&::stat> stat;
+        debug.TraceAlways(0, "always");
+        debug.TraceText("text");
+        debug.CallTraceArgs("x", "args");
+        debug.CallTraceAlwaysArgs("x", "always args");
+        const char* volatile null = nullptr;
+        void (CDebug::*volatile trace)(unsigned, const char*, ...) = &CDebug::Trace;
+        (debug.*trace)(1, null);
+        debug.TraceLevelArgs(1, null, nullptr);
+        EXPECT_EQ(stat.Calls(), 0);
+        debug.Trace(9, "looks");
+        EXPECT_EQ(stat.Calls(), 2);
     });
 }
 
@@ -517,6 +680,62 @@ TEST_F(DynamicUpdate, FollowsAProgramFileOfItsOwn) {
         EXPECT_EQ(debug.m_ProgramIni.Path, "");
         EXPECT_NE(debug.m_GlobalIni.Path, "");
     });
+}
+
+constexpr const char* kGlobalOfTen = "[GlobalDebugSettings]\nDynamicUpdate=10\n[EndOfFile]\n";
+constexpr const char* kGlobalOfFive = "[GlobalDebugSettings]\nDynamicUpdate=5\n[EndOfFile]\n";
+
+/// The two settings in a file each.
+class TwoFiles : public DynamicUpdate {
+  protected:
+    void Run(const std::function<void(OpenDebug&, FakeClock&)>& body) {
+        Ini("global_trace.ini", "");
+        Ini("zorn.ini", "");
+        host.Run([&] {
+            Rewrite("global_trace.ini", kGlobalOfTen, kNow);
+            Rewrite("zorn.ini", kOfTwo, kNow);
+            FakeClock clock{kNow};
+            OpenDebug debug;
+            debug.Init("zorn");
+            body(debug, clock);
+        });
+    }
+};
+
+TEST_F(TwoFiles, KeepTheIntervalWhenTheGlobalOneLosesItsTrailer) {
+    Run([](OpenDebug& debug, FakeClock& clock) {
+        Rewrite("global_trace.ini", "[GlobalDebugSettings]\nDynamicUpdate=5\n", kNow + 1);
+        debug.Trace(9, "looks");
+        EXPECT_EQ(debug.m_GlobalIni.Path, "");
+        EXPECT_EQ(debug.m_GlobalIni.pBuffer, nullptr);
+        EXPECT_EQ(debug.m_GlobalIni.MTime, 0);
+        EXPECT_EQ(debug.m_DynamicUpdate, 10u);
+        EXPECT_EQ(debug.m_IniDynamicUpdate, 10u);
+        Rewrite("global_trace.ini", kGlobalOfFive, kNow + 2);
+        Rewrite("zorn.ini", kOfFour, kNow + 2);
+        clock.Advance(std::chrono::seconds{10});
+        debug.Trace(9, "looks");
+        EXPECT_EQ(debug.m_DynamicUpdate, 10u) << "out of the check until the next start";
+        EXPECT_EQ(debug.m_TraceLevel, 4u) << "the other one is not";
+    });
+}
+
+TEST_F(TwoFiles, AreLookedAtOneWithoutTheOther) {
+    for (const bool globalGoes : {true, false}) {
+        Run([globalGoes](OpenDebug& debug, FakeClock& clock) {
+            const std::string gone = globalGoes ? "/global_trace.ini" : "/zorn.ini";
+            unlink((kConfigDirectory + gone).c_str());
+            debug.Trace(9, "looks");
+            EXPECT_EQ(debug.m_GlobalIni.Path.empty(), globalGoes);
+            EXPECT_EQ(debug.m_ProgramIni.Path.empty(), !globalGoes);
+            Rewrite("global_trace.ini", kGlobalOfFive, kNow + 1);
+            Rewrite("zorn.ini", kOfFour, kNow + 1);
+            clock.Advance(std::chrono::seconds{10});
+            debug.Trace(9, "looks");
+            EXPECT_EQ(debug.m_DynamicUpdate, globalGoes ? 10u : 5u);
+            EXPECT_EQ(debug.m_TraceLevel, globalGoes ? 4u : 2u);
+        });
+    }
 }
 
 TEST_F(DynamicUpdate, FindsNoSectionThatWasAddedLater) {

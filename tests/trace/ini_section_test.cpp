@@ -43,6 +43,14 @@ TEST(FindIniSection, AcceptsTheTrailerInAnyCase) {
     EXPECT_EQ(FindIniSection("[zorn]x[ENDOFFILE] and what follows", "zorn"), "x");
 }
 
+TEST(FindIniSection, EndsTheTrailersWordAtANul) {
+    using namespace std::string_literals;
+    EXPECT_EQ(FindIniSection("[zorn]x[EndOfFile\0x]"s, "zorn"), "x");
+    EXPECT_EQ(FindIniSection("[zorn]x[eNDoFfILE\0]"s, "zorn"), "x");
+    EXPECT_FALSE(FindIniSection("[zorn]x[EndOf\0File]"s, "zorn"));
+    EXPECT_FALSE(FindIniSection("[zorn]x[\0EndOfFile]"s, "zorn"));
+}
+
 TEST(FindIniSection, TakesNoBracketInTheFirstByteForTheTrailers) {
     EXPECT_FALSE(FindIniSection("[EndOfFile]", "EndOfFile"));
     EXPECT_FALSE(FindIniSection("]", ""));

@@ -171,6 +171,64 @@ TEST_F(LogFile, RewindsLaterIfItCannotTellWhereInitializationEnds) {
     });
 }
 
+// A ring line keeps what stands behind it.
+TEST_F(LogFile, EndsALineAtANulAndWithoutItsNewline) {
+    Run(1000, [](OpenDebug& debug) {
+        debug.Trace(1, "ab%ccd\n", 0);
+        EXPECT_EQ(FileText(kLog).substr(kPrefix), "ab");
+        EXPECT_EQ(debug.m_LogByteCount, kPrefix + 2);
+        debug.Trace(1, "next");
+        EXPECT_EQ(FileText(kLog).substr(2 * kPrefix + 2), "next\n");
+        EXPECT_EQ(debug.m_LogByteCount, 2 * kPrefix + 7);
+    });
+}
+
+TEST_F(LogFile, WrapsAlsoByLinesOfThoseWhoHoldTheLock) {
+    const std::pair<const char*, void (*)(OpenDebug&, const char*)> entries[] = {
+        {"LogFilePrintf", [](OpenDebug& debug, const char* text)
+                              NO_THREAD_SAFETY_ANALYSIS { debug.LogFilePrintf("%s", text); }},
+        {"PrintToFile", [](OpenDebug& debug, const char* text)
+                            NO_THREAD_SAFETY_ANALYSIS { debug.PrintToFile(7, "%s", text); }},
+        {"PrintTo", [](OpenDebug& debug, const char* text)
+                        NO_THREAD_SAFETY_ANALYSIS { debug.PrintTo(1, "%s", text); }},
+    };
+    for (const auto& entry : entries) {
+        Run(300, [&](OpenDebug& debug) {
+            debug.Trace(1, "head");
+            debug.EndOfInitialization();
+            const RecursiveLockGuard hold{debug.Lock()};
+            entry.second(debug, std::string(300, 'x').c_str());
+            const std::string count = std::to_string(kPrefix + 5);
+            const Lines lines = FileLines(kLog);
+            EXPECT_EQ(lines.at(0), "head") << entry.first;
+            EXPECT_EQ(lines.at(1), "------ WRAP ----- Cycle=1, CntInitEnd=" + count +
+                                       ", CurrentByteCnt=" + count + " (MaxCnt=300)")
+                << entry.first;
+            entry.second(debug, "behind it");
+            EXPECT_EQ(FileLines(kLog).at(2), "behind it") << entry.first;
+        });
+    }
+}
+
+TEST_F(LogFile, BeginsAnewWithASecondInit) {
+    Run(300, [](OpenDebug& debug) {
+        Write(debug, 100, 'h');
+        debug.EndOfInitialization();
+        Write(debug, 250, 'x');
+        EXPECT_EQ(debug.m_LogCycle, 1u);
+        EXPECT_EQ(debug.Init("zorn"), 1);
+        debug.m_MemoryTraces = 0;
+        EXPECT_EQ(FileSize(kLog), 0);
+        EXPECT_EQ(debug.m_LogCycle, 0u);
+        EXPECT_EQ(debug.m_LogByteCount, 0u);
+        EXPECT_EQ(debug.m_LogInitEndOffset, 0);
+        EXPECT_EQ(debug.m_LogInitEndCount, 0u);
+        Write(debug, 301, 'y');
+        EXPECT_EQ(FileLines(kLog).at(0),
+                  "------ WRAP ----- Cycle=1, CntInitEnd=0, CurrentByteCnt=0 (MaxCnt=300)");
+    });
+}
+
 TEST_F(LogFile, FlushesEveryLine) {
     Run(1000, [](OpenDebug& debug) {
         for (int i = 1; i <= 3; ++i) {

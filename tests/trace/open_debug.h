@@ -14,6 +14,8 @@ inline constexpr const char* kLog = "/var/log/tolbrin/log.zorn";
 struct OpenDebug : CDebug {
     using CDebug::CDebug;
     using CDebug::FormatPrefix;
+    using CDebug::m_Argc;
+    using CDebug::m_Argv;
     using CDebug::m_DynamicUpdate;
     using CDebug::m_Enabled;
     using CDebug::m_EndMark;
@@ -26,6 +28,7 @@ struct OpenDebug : CDebug {
     using CDebug::m_IniRingFactor;
     using CDebug::m_IniRingWeight;
     using CDebug::m_InitDone;
+    using CDebug::m_InternalDebugBuffer;
     using CDebug::m_LastUpdateCheck;
     using CDebug::m_Lock;
     using CDebug::m_LogByteCount;

@@ -35,6 +35,12 @@ TEST(ParseProcStatusField, TakesTheFirstWordOfALineOnly) {
     EXPECT_EQ(ParseProcStatusField("VmRSS 7 kB\n", "VmRSS:"), std::nullopt);
 }
 
+TEST(ParseProcStatusField, StopsAtTheFirstLineOfTheKey) {
+    EXPECT_EQ(ParseProcStatusField("A: 1\nB: 2\nA: 3\n", "A:"), 1U);
+    EXPECT_EQ(ParseProcStatusField("A: x\nA: 3\n", "A:"), std::nullopt);
+    EXPECT_EQ(ParseProcStatusField("A:\nA: 3\n", "A:"), std::nullopt);
+}
+
 TEST(ParseProcStatusField, IsEmptyHandedWithoutANumber) {
     EXPECT_EQ(ParseProcStatusField(kStatus, "None:"), std::nullopt);
     EXPECT_EQ(ParseProcStatusField(kStatus, "Word:"), std::nullopt);

@@ -24,6 +24,43 @@ bool IsFree(CRecursiveLock& lock) {
     return free;
 }
 
+/// Its fields behind the mutex, as modules find them.
+struct LockFields {
+    pthread_t owner;
+    uint32_t count;
+    uint8_t valid;
+};
+
+LockFields FieldsOf(const CRecursiveLock& lock) {
+    static_assert(sizeof(CRecursiveLock) == sizeof(pthread_mutex_t) + sizeof(LockFields));
+    LockFields fields{};
+    memcpy(&fields, reinterpret_cast<const char*>(&lock) + sizeof(pthread_mutex_t), sizeof fields);
+    return fields;
+}
+
+void ExpectFields(const CRecursiveLock& lock, pthread_t owner, uint32_t count, uint8_t valid) {
+    const LockFields fields = FieldsOf(lock);
+    EXPECT_EQ(fields.owner, owner);
+    EXPECT_EQ(fields.count, count);
+    EXPECT_EQ(fields.valid, valid);
+}
+
+TEST(CRecursiveLock, HasOwnerCountAndValidityBehindItsMutex) {
+    alignas(CRecursiveLock) unsigned char storage[sizeof(CRecursiveLock)];
+    auto* lock = new (storage) CRecursiveLock;
+    ExpectFields(*lock, 0, 0, 1);
+    lock->Lock();
+    lock->Lock();
+    ExpectFields(*lock, pthread_self(), 2, 1);
+    lock->Unlock();
+    ExpectFields(*lock, pthread_self(), 1, 1);
+    lock->Lock();
+    lock->ForceUnlock();
+    ExpectFields(*lock, 0, 0, 1);
+    lock->~CRecursiveLock();
+    ExpectFields(*lock, 0, 0, 0);
+}
+
 TEST(CRecursiveLock, IsFreeAfterAsManyUnlocksAsLocks) {
     CRecursiveLock lock;
     EXPECT_TRUE(IsFree(lock));

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "support/fake_clock.h"
 #include "support/libc_fault.h"
@@ -98,6 +99,38 @@ TEST_F(RingBuffer, LaysOutHeaderBeginLineAndFirstLine) {
                   "### Start of initialization. ###");
         EXPECT_EQ(ring.substr(debug.m_RingPos, kMark.size()), kMark);
         EXPECT_EQ(CountMarks(ring), 2u) << "behind the header and behind the newest line";
+    });
+}
+
+/// The end of the header of a new ring, with a header that the environment makes longer by `size`
+/// characters, and the place of its "Begin" line.
+std::pair<size_t, size_t> HeaderEndAndBegin(size_t size) {
+    setenv("QX_LOG_RINGBUF_WEIGHT_ZORN", std::string(size, 'w').c_str(), 1);
+    OpenDebug debug;
+    debug.Init("zorn");
+    debug.m_MemoryTraces = 0;
+    debug.m_RingSize = 32768;
+    {
+        const RecursiveLockGuard hold{debug.Lock()};
+        EXPECT_TRUE(debug.InitRingBuffer(kRing, 32768));
+    }
+    constexpr std::string_view kLast = "# End of header.\n";
+    const size_t begin = Ring(debug).find("### Begin of RingBuffer. ###\n");
+    return {Ring(debug).find(kLast) + kLast.size(), begin - kPrefix};
+}
+
+TEST_F(RingBuffer, BeginsBetween1025And2048BytesBehindTheHeader) {
+    host.Run([] {
+        setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+        const size_t toBlock = 1024 - HeaderEndAndBegin(0).first % 1024;
+        const struct {
+            size_t more, intoBlock, gap;
+        } cases[] = {{toBlock, 0, 2048}, {toBlock + 1, 1, 2047}, {toBlock + 1023, 1023, 1025}};
+        for (const auto& [more, intoBlock, gap] : cases) {
+            const auto [end, begin] = HeaderEndAndBegin(more);
+            EXPECT_EQ(end % 1024, intoBlock);
+            EXPECT_EQ(begin - end, gap);
+        }
     });
 }
 
@@ -208,10 +241,19 @@ TEST_F(RingBuffer, CountsTheNewlineOfATextOf1024Characters) {
         EXPECT_EQ(Ring(debug).substr(before + kPrefix, debug.m_RingPos - before - kPrefix),
                   std::string(1024, 'l') + "\n");
     });
-    RunRing(8192, [](OpenDebug& debug) {
+    RunRing(10240, [](OpenDebug& debug) {  // a tenth of it is 1024
+        const uint64_t before = debug.m_RingPos;
         debug.Trace(1, "%s\n", std::string(1024, 'l').c_str());
-        EXPECT_THAT(std::string{Ring(debug)},
-                    testing::AnyOf(HasSubstr("l\n## WARNING"), HasSubstr("lll\n## TRACE-END ##")));
+        EXPECT_EQ(debug.m_RingWrapCount, 0u);
+        EXPECT_EQ(Ring(debug).substr(before + kPrefix, debug.m_RingPos - before - kPrefix),
+                  std::string(1024, 'l') + "\n## WARNING: TRACE-SIZE TOO BIG: Output Truncated!\n");
+    });
+    RunRing(10240, [](OpenDebug& debug) {
+        const uint64_t before = debug.m_RingPos;
+        debug.Trace(1, "%s\n", std::string(1023, 'l').c_str());
+        EXPECT_EQ(debug.m_RingWrapCount, 0u);
+        EXPECT_EQ(Ring(debug).substr(before + kPrefix, debug.m_RingPos - before - kPrefix),
+                  std::string(1023, 'l') + "\n");
     });
 }
 
@@ -614,6 +656,49 @@ TEST_F(RingBuffer, HandsOverAtTheEndOfInitialization) {
     EXPECT_EQ(host.Read(kRunning).size(), 262144u);
 }
 
+TEST_F(RingBuffer, KeepsTheHeadOfTheLogToo) {
+    Run([](OpenDebug& debug) {
+        debug.Trace(1, "to the log");
+        EXPECT_TRUE(debug.ArmRingBuffer());
+        debug.TraceAlways(0, "to both");
+        debug.EndOfInitialization();
+        const size_t size = FileText(kLog).size();
+        EXPECT_EQ(size, 2 * kPrefix + 19);
+        EXPECT_EQ(debug.m_LogInitEndOffset, static_cast<int64_t>(size));
+        EXPECT_EQ(debug.m_LogInitEndCount, size);
+    });
+}
+
+// The running ring is a quarter of it, and asks for as much as any ring does.
+TEST_F(RingBuffer, IsHandedOverFrom12KiBInStepsOf4096Bytes) {
+    const std::pair<size_t, bool> cases[] = {{8192, false},  {11264, false}, {12288, true},
+                                             {13312, false}, {14336, false}, {15360, false},
+                                             {16384, true}};
+    for (const auto& [size, isTaken] : cases) {
+        RunRing(size, [size = size, isTaken = isTaken](OpenDebug& debug) {
+            snprintf(debug.m_RingPath, sizeof debug.m_RingPath, "%s2", kRing);
+            debug.EndOfInitialization();
+            EXPECT_EQ(debug.m_RingBase != nullptr, isTaken) << size;
+            EXPECT_EQ(debug.IsEnabled(), isTaken) << size;
+            EXPECT_EQ(debug.m_TraceTarget, isTaken ? 2u : 0u) << size;
+            if (isTaken) return;
+            EXPECT_THAT(FileLines(kLog),
+                        ElementsAre("### InitRingBuffer(): /var/log/tolbrin/test_ring2 cannot be a "
+                                    "ring of " +
+                                    std::to_string(size / 4) + " bytes ###"));
+        });
+    }
+}
+
+TEST_F(RingBuffer, KeepsANulOfItsText) {
+    RunRing(16384, [](OpenDebug& debug) {
+        const uint64_t before = debug.m_RingPos;
+        debug.Trace(1, "ab%ccd", 0);
+        EXPECT_EQ(Ring(debug).substr(before + kPrefix, debug.m_RingPos - before - kPrefix),
+                  std::string_view("ab\0cd\n", 6));
+    });
+}
+
 TEST_F(RingBuffer, ShowsInLaterHeadersThatInitializationIsDone) {
     Run([](OpenDebug& debug) {
         EXPECT_TRUE(debug.ArmRingBuffer());
@@ -627,7 +712,14 @@ TEST_F(RingBuffer, GoesOnIfGzipCannotBeStarted) {
     Run([](OpenDebug& debug) {
         EXPECT_TRUE(debug.ArmRingBuffer());
         FaultOf<&::popen> open;
-        open.Answer([](const char* command, const char* mode) -> FILE* {
+        open.Answer([&](const char* command, const char* mode) -> FILE* {
+            EXPECT_FALSE(debug.IsEnabled());
+            EXPECT_EQ(debug.m_RingBase, nullptr);
+            EXPECT_EQ(debug.m_RingFd, -1);
+            EXPECT_EQ(debug.m_RingPos, 0u);
+            EXPECT_EQ(debug.m_RingWrapCount, 0u);
+            EXPECT_EQ(debug.m_RingSize, 1u << 20) << "not yet a quarter of it";
+            EXPECT_FALSE(debug.m_InitDone);
             EXPECT_STREQ(command, "gzip -f /var/log/tolbrin/ring_startup_zorn 2>/dev/null");
             EXPECT_STREQ(mode, "r");
             return nullptr;

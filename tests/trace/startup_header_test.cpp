@@ -151,6 +151,98 @@ TEST_F(StartupHeader, ShowsTheTraceAsItStandsWhenItIsEnabled) {
     });
 }
 
+/// The lines of the header at the beginning of a ring.
+Lines RingHeader(const OpenDebug& debug) {
+    Lines lines;
+    std::string_view rest{debug.m_RingBase, debug.m_RingSize};
+    while (lines.empty() || lines.back() != "# End of header.") {
+        const size_t end = rest.find('\n');
+        if (end == rest.npos) break;
+        lines.emplace_back(CutTracePrefix(rest.substr(0, end)));
+        rest.remove_prefix(end + 1);
+    }
+    return lines;
+}
+
+/// What it shows behind the tables of names.
+Lines ValuesOf(const Lines& header) {
+    const auto begin = std::find(header.begin(), header.end(), "Debug values from ini file :");
+    return {begin, header.end()};
+}
+
+TEST_F(StartupHeader, ShowsEachValueInItsOwnLine) {
+    host.File(std::string{kConfigDirectory} + "/global_trace.ini",
+              "[GlobalDebugSettings]\nDynamicUpdate=11\n[zorn]\nFileDebugLevel=12\n"
+              "RingBufferSizeFactor=13\nRingBufferSizeWeight=14\nRingBufferDirectory=/of/the/ini\n"
+              "NoHeaderToStderr=15\n[EndOfFile]\n");
+    host.Run([] {
+        const char* const variables[][2] = {
+            {"QX_LOG_DYNAMIC_UPDATE", "600"}, {"QX_LOG_DEBUG_LEVEL", "16"},
+            {"TraceFileLimit", "2"},          {"QX_LOG_RINGBUF_WEIGHT", "3"},
+            {"QX_LOG_NOHDR_TOSDTERR", "17"},  {"QX_LOG_RINGBUF_DIR", "/var/log/tolbrin"},
+            {"QX_LOG_FILE_MAX_SIZE", "54321"}};
+        for (const auto& [name, value] : variables) setenv(name, value, 1);
+        OpenDebug debug;
+        debug.Init("zorn");
+        debug.m_TraceLevelSaved = 18;
+        debug.m_Pid = 4711;
+        debug.m_InitDone = true;
+        EXPECT_TRUE(debug.ArmRingBuffer());
+        const Lines expected{"Debug values from ini file :",
+                             "DynamicUpdate              : 11",
+                             "DebugLevel                 : 12",
+                             "RingBufferSizeFactor       : 13",
+                             "RingBufferSizeWeight       : 14",
+                             "RingBufferDirectory        : /of/the/ini",
+                             "No Header to LogFile       : 15",
+                             "Internal Debug values      :",
+                             "Process PID                : 4711",
+                             "Trace Target               : 2",
+                             "Trace Level                : 16",
+                             "Trace Level Saved          : 18",
+                             "Application Init Done      : 1",
+                             "LogFile Path               : /var/log/tolbrin/log.zorn",
+                             "LogFile Max Size           : 54321",
+                             "Ring Buffer FD             : " + std::to_string(debug.m_RingFd),
+                             "Ring Buffer Factor         : 2",
+                             "Ring Buffer Weight         : 3",
+                             "Ring Buffer Size           : 6291456",
+                             "Ring Buffer Directory      : /var/log/tolbrin",
+                             "Ring Buffer Path           : /var/log/tolbrin/ring_zorn",
+                             "No Header to LogFile       : 17",
+                             "# End of header."};
+        EXPECT_GT(debug.m_RingFd, 2);
+        EXPECT_EQ(ValuesOf(RingHeader(debug)), expected);
+        EXPECT_EQ(debug.m_DynamicUpdate, 600u) << "the one that counts, which is not shown";
+    });
+}
+
+TEST_F(StartupHeader, HasTheCommandLineInTheRingAtItsBeginningAndAtEachWrap) {
+    host.Run([] {
+        setenv("QX_LOG_DEBUG_LEVEL", "1", 1);
+        OpenDebug debug;
+        debug.Init("zorn");
+        char program[] = "/usr/bin/zorn";
+        char option[] = "--old";
+        char* argv[] = {program, option, nullptr};
+        debug.SetCommandLine(2, argv);
+        EXPECT_TRUE(debug.ArmRingBuffer());
+        const auto begin = [&debug] {
+            const Lines header = RingHeader(debug);
+            EXPECT_EQ(header.back(), "# End of header.");
+            return Lines{header.begin(), header.begin() + 4};
+        };
+        EXPECT_EQ(begin(), (Lines{"zorn Command Line Options:", "argv[0] = \"/usr/bin/zorn\"",
+                                  "argv[1] = \"--old\"", "Tarnhollow Environment:"}));
+        char changed[] = "--new";
+        argv[1] = changed;  // kept by reference
+        const std::string line(1000, 'x');
+        while (debug.m_RingWrapCount == 0) debug.Trace(1, "%s", line.c_str());
+        EXPECT_EQ(begin(), (Lines{"zorn Command Line Options:", "argv[0] = \"/usr/bin/zorn\"",
+                                  "argv[1] = \"--new\"", "Tarnhollow Environment:"}));
+    });
+}
+
 TEST_F(StartupHeader, BeginsWithTheCommandLineOnceThereIsOne) {
     host.Run([] {
         OpenDebug debug;
