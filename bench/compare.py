@@ -23,6 +23,17 @@ BARS = [
     ("RunTrue", "RunTrueLoop", 0.05),
     ("ProfileVendors", "ProfileVendorsFloor", 1.5),
     ("ProfileOneSection", "ProfileOneSectionFloor", 1.5),
+    ("RegistryLoadFirst", "LoadFloorFirst", 3),
+    ("RegistryLoadFirst", "LoadSqliteFirst", 1),
+    ("RegistryLoad", "LoadFloor", 3),
+    ("RegistryLoad", "LoadSqlite", 1),
+    ("RegistrySave", "SaveFloor", 2),
+    ("RegistryGet", 150.0, 1),
+    ("RegistryGetText", "GetGKeyFile", 1),
+    ("RegistryOpen", 1000.0, 1),
+    # Ten times the values take ten times as long, and 1.25 times of that for n log n.
+    ("RegistryOneKey/100000/0", "RegistryOneKey/10000/0", 12.5),
+    ("RegistryOneKey/100000/1", "RegistryOneKey/10000/1", 12.5),
 ]
 # Lines a second of four threads together: at least half of one thread's, and no worse than the peer.
 SCALING = [("LogLine", "LogLineSpdlog"), ("RingLine", None)]
@@ -51,7 +62,7 @@ def main():
         if isinstance(what, tuple):
             return sum(time_of(part) for part in what)
         name, _, less = what.partition("-")
-        for known in (name, name + "/real_time"):
+        for known in (name, name + "/real_time", name + "/manual_time"):
             if known in medians:
                 return medians[known]["real_time"] - (time_of(less) if less else 0)
         raise KeyError(what)
