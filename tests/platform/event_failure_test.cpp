@@ -3,15 +3,19 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/event_lines.h"
+#include "platform/noted_calls.h"
 #include "support/libc_fault.h"
 #include "support/trace_capture.h"
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
@@ -112,20 +116,30 @@ TEST(EventFailure, OfTheMutexGivesANullHandle) {
         EAGAIN);
 }
 
-TEST(EventFailure, UndoesTheStepsDoneBefore) {
+/// What is destroyed, in its order, when `F` fails as an event is made.
+template <auto F>
+std::vector<std::string> UndoneWhenFailing() {
+    std::vector<std::string> undone;
+    FaultOf<F> init;
+    init.Fail(EAGAIN);
     FaultOf<&::pthread_cond_destroy> destroy;
-    {
-        FaultOf<&::pthread_cond_init> init;
-        init.Fail(EAGAIN);
-        const CEvent event{false, true, nullptr};
-    }
-    EXPECT_EQ(destroy.Calls(), 0);
-    {
-        FaultOf<&::pthread_mutex_init> init;
-        init.Fail(EAGAIN);
-        const CEvent event{false, true, nullptr};
-    }
-    EXPECT_EQ(destroy.Calls(), 1);
+    destroy.Always([&](pthread_cond_t* condition) {
+        undone.emplace_back("condition");
+        return LibcFault::Real<&::pthread_cond_destroy>(condition);
+    });
+    const NotedCalls noted{[&](const char* name) { undone.emplace_back(name); }};
+    const CEvent event{false, true, nullptr};
+    return undone;
+}
+
+TEST(EventFailure, UndoesTheStepsDoneBefore) {
+    const char* const attributes = "pthread_condattr_destroy";
+    EXPECT_THAT(UndoneWhenFailing<&::pthread_condattr_init>(), IsEmpty());
+    EXPECT_THAT(UndoneWhenFailing<&::pthread_condattr_setclock>(), ElementsAre(attributes));
+    EXPECT_THAT(UndoneWhenFailing<&::pthread_mutex_init>(), ElementsAre("condition", attributes));
+    const FaultOf<&::pthread_mutex_init> mutex;
+    EXPECT_THAT(UndoneWhenFailing<&::pthread_cond_init>(), ElementsAre(attributes));
+    EXPECT_EQ(mutex.Calls(), 0) << "the condition comes first";
 }
 
 TEST(EventFailure, OfTheMemoryGivesANullHandleWithoutALine) {
@@ -237,6 +251,60 @@ TEST(EventLockFailure, TheDestructorGoesOnWithoutTheMutex) {
     EXPECT_EQ(lock.Calls(), 1);
     EXPECT_EQ(unlock.Calls(), 0);
     EXPECT_EQ(EventLines(trace), (Lines{"deleting event A <lock> (IsSignaled=0)"}));
+}
+
+// What comes before what
+
+TEST(EventOrder, CloseWakesBehindTheUnlockAndTheOthersBeforeIt) {
+    for (const bool isManual : {true, false}) {
+        std::vector<std::string> order;
+        CEvent event{false, isManual, "order"};
+        EventMutexFault<&::pthread_mutex_unlock> unlock{ObjectOf("order")};
+        FaultOf<&::pthread_cond_broadcast> broadcast;
+        FaultOf<&::pthread_cond_signal> signal;
+        unlock.Always([&](pthread_mutex_t* mutex) {
+            order.emplace_back("unlock");
+            return LibcFault::Real<&::pthread_mutex_unlock>(mutex);
+        });
+        const auto wake = [&](pthread_cond_t*) {
+            order.emplace_back("wake");
+            return 0;
+        };
+        broadcast.Always(wake);
+        signal.Always(wake);
+        EXPECT_TRUE(event.Set());
+        EXPECT_TRUE(event.Pulse());
+        EXPECT_THAT(order, ElementsAre("wake", "unlock", "wake", "unlock"));
+        order.clear();
+        EXPECT_TRUE(event.Close());
+        EXPECT_THAT(order, ElementsAre("unlock", "wake"));
+    }
+}
+
+TEST(EventOrder, TheLastHandleDestroysConditionAttributesAndMutexBeforeItsLine) {
+    std::vector<std::string> order;
+    const TraceCapture trace{5};
+    auto event = std::make_unique<CEvent>(true, true, "order");
+    EventMutexFault<&::pthread_mutex_unlock> unlock{ObjectOf("order")};
+    unlock.Always([&](pthread_mutex_t* mutex) {
+        order.emplace_back("unlock");
+        return LibcFault::Real<&::pthread_mutex_unlock>(mutex);
+    });
+    FaultOf<&::pthread_cond_destroy> condition;
+    condition.Always([&](pthread_cond_t* destroyed) {
+        order.emplace_back("condition");
+        return LibcFault::Real<&::pthread_cond_destroy>(destroyed);
+    });
+    FaultOf<&::gettimeofday> line;  // for its time
+    line.Always([&](timeval* now, void* zone) {
+        order.emplace_back("line");
+        return LibcFault::Real<&::gettimeofday>(now, zone);
+    });
+    const NotedCalls noted{[&](const char* name) { order.emplace_back(name); }};
+    event.reset();
+    EXPECT_THAT(order, ElementsAre("unlock", "condition", "pthread_condattr_destroy",
+                                   "pthread_mutex_destroy", "line"));
+    EXPECT_EQ(EventLines(trace).back(), "deleting event A <order> (IsSignaled=1)");
 }
 
 // A condition that cannot be signalled

@@ -147,6 +147,18 @@ TEST(NameTable, GrowsFrom16To32WithThe17thName) {
     EXPECT_EQ(table.Find("seventeenth")->Value, 17U);
 }
 
+TEST(NameTable, HasZeroesBehindItsNamesWhenItHasGrown) {
+    OpenTable table;
+    for (const int count : {1, 17, 40}) {
+        Fill(table, count);
+        for (int32_t i = table.Size(); i < table.Capacity(); ++i) {
+            EXPECT_EQ(table.Array()[i].Name, nullptr) << i;
+            EXPECT_EQ(table.Array()[i].Value, 0U) << i;
+            EXPECT_EQ(table.Array()[i].Type, 0U) << i;
+        }
+    }
+}
+
 TEST(NameTable, GrowsBy16EachTime) {
     OpenTable table;
     Fill(table, 33);
@@ -201,6 +213,7 @@ TEST(NameTable, RemoveKeepsTheOrderOfTheOthersAndFreesThePlace) {
     EXPECT_THAT(Names(table), ElementsAre("a", "c", "d"));
     EXPECT_EQ(table.Array()[3].Name, nullptr);
     EXPECT_EQ(table.Array()[3].Value, 0U);
+    EXPECT_EQ(table.Array()[3].Type, 0U);
     EXPECT_TRUE(table.Remove("d"));
     EXPECT_TRUE(table.Remove("a"));
     EXPECT_THAT(Names(table), ElementsAre("c"));

@@ -263,6 +263,34 @@ TEST_F(WritePrivateProfile, DeletesKeysAndSections) {
     EXPECT_EQ(Content(), "");
 }
 
+TEST_F(WritePrivateProfile, LeavesAFileThatItMayNotEditAloneIfItIsToDelete) {
+    File("[s]\na=1\n");
+    const char* const edits[][3] = {
+        {"s", "a", nullptr}, {"s", nullptr, nullptr}, {"s", nullptr, "1"}};
+    for (const auto& [section, key, value] : edits) {
+        FaultOf<&::fopen> open;
+        open.Fail(EACCES);
+        EXPECT_EQ(Write(section, key, value), 1);
+        EXPECT_EQ(open.Calls(), 1);
+        EXPECT_EQ(Content(), "[s]\na=1\n");
+    }
+}
+
+TEST_F(WritePrivateProfile, TakesAFileThatItMayNotEditForANewOne) {
+    File("[s]\na=1\n");
+    ASSERT_EQ(chmod(m_Path.c_str(), 0600), 0);
+    {
+        FaultOf<&::fopen> open;
+        open.Fail(EACCES);
+        EXPECT_EQ(Write("s", "a", "2"), 1);
+        EXPECT_EQ(open.Calls(), 2);
+    }
+    EXPECT_EQ(Content(), "[s]\na=1\n\n[s]\n\na=2\n");
+    struct stat status {};
+    ASSERT_EQ(stat(m_Path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644U);
+}
+
 TEST_F(WritePrivateProfile, IsZeroIfThereIsNothingToDelete) {
     File("[s]\na=1\n[t]\n");
     TraceCapture trace{4};

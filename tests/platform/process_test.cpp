@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <dirent.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -129,6 +130,30 @@ TEST(FindProcessByName, ComparesTheShortNameExactly) {
             EXPECT_FALSE(FindProcessByName(&pid, name)) << name;
             EXPECT_EQ(pid, -1) << name;
         }
+    });
+}
+
+// As far as it is a number, the name of a folder counts as one.
+TEST(FindProcessByName, TakesTheNumberAtTheFrontOfAName) {
+    FakeHost host;
+    host.Directory("/proc/100005x");
+    host.File("/proc/100005/comm", "wanted\n");
+    host.File("/proc/x100006/comm", "other\n");
+    host.Run([] {
+        // The folder of that number itself is not among the entries.
+        FaultOf<&::readdir> entries;
+        entries.Always([](DIR* folder) {
+            dirent* entry = LibcFault::Real<&::readdir>(folder);
+            while (entry != nullptr && std::string{entry->d_name} == "100005") {
+                entry = LibcFault::Real<&::readdir>(folder);
+            }
+            return entry;
+        });
+        pid_t pid = 0;
+        EXPECT_TRUE(FindProcessByName(&pid, "wanted"));
+        EXPECT_EQ(pid, 100005);
+        EXPECT_FALSE(FindProcessByName(&pid, "other"));
+        EXPECT_EQ(pid, -1);
     });
 }
 

@@ -367,6 +367,14 @@ TEST_F(ProfileFile, WritesAlsoIfNotOpen) {
     m_Profile.Close();
     EXPECT_TRUE(m_Profile.WriteString("s", "a", "1"));
     EXPECT_EQ(Content(), "\n[s]\n\na=1\n");
+    EXPECT_TRUE(m_Profile.WriteUInt("s", "b", 4294967295));
+    EXPECT_TRUE(m_Profile.WriteInt("s", "c", -1));
+    EXPECT_EQ(Content(), "\n[s]\n\na=1\nb=4294967295\nc=-1\n");
+    EXPECT_TRUE(m_Profile.DeleteKey("s", "b"));
+    EXPECT_EQ(Content(), "\n[s]\n\na=1\nc=-1\n");
+    EXPECT_TRUE(m_Profile.DeleteSection("s"));
+    EXPECT_EQ(Content(), "");
+    EXPECT_FALSE(m_Profile.IsOpen());
 }
 
 TEST_F(ProfileFile, WithoutANameWritesNothing) {
@@ -381,6 +389,12 @@ TEST_F(ProfileFile, CopiesASectionEntryByEntry) {
     File("[s]\na=1 ; one\nb=\nc=3\n[t]\nc=4\nd=5\n");
     EXPECT_TRUE(m_Profile.CopySection("s", "t"));
     EXPECT_EQ(Content(), "[s]\na=1 ; one\nb=\nc=3\n[t]\n\nc=3\nd=5\na=1\nb=\n");
+}
+
+TEST_F(ProfileFile, CopiesASectionIntoANewOne) {
+    File("[s]\na=1 ; one\nb=2");
+    EXPECT_TRUE(m_Profile.CopySection("s", "t"));
+    EXPECT_EQ(Content(), "[s]\na=1 ; one\nb=2\n[t]\n\na=1\nb=2\n");
 }
 
 TEST_F(ProfileFile, CopiesNothingWithoutASourceAndIsFalseOnlyIfNotOpen) {

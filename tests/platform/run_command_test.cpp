@@ -1,5 +1,6 @@
 #include "platform/run_command.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -25,6 +26,18 @@
 #include "trace/unique_file.h"
 
 using testing::IsEmpty;
+
+namespace {
+
+/// What sysconf(3) says of the limit of open files; 0 leaves it to the C library.
+long g_ToldOpenMax = 0;
+
+}  // namespace
+
+extern "C" long sysconf(int name) noexcept {
+    if (name == _SC_OPEN_MAX && g_ToldOpenMax != 0) return g_ToldOpenMax;
+    return reinterpret_cast<long (*)(int)>(dlsym(RTLD_NEXT, "sysconf"))(name);
+}
 
 namespace {
 
@@ -250,6 +263,38 @@ TEST(RunCommand, ClosesDescriptorsUpToTheLimitOfOpenFiles) {
             });
         }
     }
+}
+
+TEST(RunCommand, ClosesBelow1024IfTheLimitOfOpenFilesIsNotKnown) {
+    for (const long limit : {-1L, 255L}) {
+        FdHost host;
+        host.Run([limit] {
+            SetOpenFilesLimit(2000);
+            const UniqueFd closed = MakeInheritable(1023);
+            const UniqueFd kept = MakeInheritable(1024);
+            g_ToldOpenMax = limit;
+            EXPECT_FALSE(CommandHas(1023, false));
+            EXPECT_TRUE(CommandHas(1024, false));
+        });
+    }
+}
+
+TEST(RunCommand, KeepsDescriptorsInItsShortFormsToo) {
+    FdHost host;
+    host.Run([] {
+        const UniqueFd inherited = MakeInheritable(100);
+        for (const bool keepFds : {false, true}) {
+            EXPECT_EQ(RunCommandAndWait("has-fd 100", nullptr, 0, keepFds), keepFds);
+            pid_t pid = 0;
+            int exitCode = 0;
+            ASSERT_TRUE(RunCommandNoWait("has-fd 100", &pid, nullptr, 0, keepFds));
+            EXPECT_EQ(WaitForProcess(pid, &exitCode), keepFds);
+            ASSERT_TRUE(RunCommandNoWait("has-fd 100", nullptr, 0, keepFds));
+            int status = -1;
+            EXPECT_GT(waitpid(-1, &status, 0), 0);
+            EXPECT_EQ(status == 0, keepFds);
+        }
+    });
 }
 
 TEST(RunCommand, ClosesAMillionDescriptorsInOneStep) {

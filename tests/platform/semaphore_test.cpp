@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstddef>
+#include <cstdint>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -44,6 +46,13 @@ class NamedSemaphore {
 };
 
 }  // namespace
+
+// Modules put objects of this layout into the table.
+static_assert(offsetof(CSemaphoreObject, m_Semaphore) == 0);
+static_assert(offsetof(CSemaphoreObject, m_RefCount) == sizeof(sem_t));
+static_assert(sizeof(CSemaphoreObject::m_RefCount) == sizeof(uint32_t));
+static_assert(sizeof(CSemaphoreObject) == 40);
+static_assert(sizeof(CSemaphore) == sizeof(void*));
 
 // An empty handle
 

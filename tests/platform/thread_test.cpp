@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/event.h"
+#include "platform/noted_calls.h"
 #include "platform/victim.h"
 #include "support/fake_host.h"
 #include "support/host_process.h"
@@ -35,6 +36,13 @@ constexpr bool kDetached = false;
 std::string Number(pthread_t thread) {
     char text[16];
     snprintf(text, sizeof text, "%08X", static_cast<unsigned>(thread));
+    return text;
+}
+
+/// A pointer as the trace shows it.
+std::string Shown(const void* pointer) {
+    char text[32];
+    snprintf(text, sizeof text, "%p", pointer);
     return text;
 }
 
@@ -124,8 +132,6 @@ TEST(ThreadStart, RunsTheRoutineAndTracesItsSteps) {
     ASSERT_TRUE(thread.Start(ReturnArgument, &argument, 0, false, 0x10000, nullptr, kJoinable));
     const std::string number = Number(thread.Id());
     EXPECT_TRUE(thread.WaitForTermination(kWaitForever));
-    char result[32];
-    snprintf(result, sizeof result, "%p", static_cast<void*>(&argument));
     EXPECT_THAT(
         trace.Lines(),
         ElementsAre("CThread::Start: Start a thread, Prio=0, Suspend=0, StackSize=0x00010000, "
@@ -134,7 +140,7 @@ TEST(ThreadStart, RunsTheRoutineAndTracesItsSteps) {
                     "CThread::Start: thread=0x" + number +
                         " created, Prio=0, Waitable=1, StackSize=0x10000",
                     "CThread::WaitForTermination: a joinable Thread = 0x" + number +
-                        " has terminated, pstat=" + result));
+                        " has terminated, pstat=" + Shown(&argument)));
 }
 
 TEST(ThreadStart, WritesEachLineAtItsLevel) {
@@ -267,6 +273,52 @@ TEST(ThreadStart, IsFalseWithALineIfAStepFails) {
         7, kJoinable, "pthread_attr_setschedparam failed: error=1 priority=7");
     ExpectStartFails<&::pthread_create>(0, kJoinable, "pthread_create failed: 1");
     ExpectStartFails<&::pthread_create>(0, kDetached, "pthread_create failed: 1");
+}
+
+TEST(ThreadStart, TellsWhatItIsToDoBeforeItKills) {
+    const TraceCapture trace{5};
+    CThread thread{true};
+    FaultOf<&::pthread_attr_setdetachstate> fault;
+    fault.Fail(EPERM);
+    EXPECT_FALSE(thread.Start(ReturnArgument, nullptr, 7, true, 1, nullptr, kDetached));
+    EXPECT_THAT(trace.Lines(),
+                ElementsAre("CThread::Start: Start a thread, Prio=7, Suspend=1, "
+                            "StackSize=0x00000001, Waitable=0, KillAliveThread=1",
+                            "CThread::Kill: Try to kill the Thread = 0x00000000",
+                            "CThread::Kill: Thread = 0x000000000 doesn't exist !",
+                            "pthread_attr_init: 0", "pthread_attr_setdetachstate failed: 1"))
+        << "the priority is shown behind the mode only";
+}
+
+TEST(ThreadStart, ShowsADetachedThreadAsNotWaitable) {
+    const TraceCapture trace{5};
+    CThread thread;
+    ASSERT_TRUE(thread.Start(ReturnArgument, nullptr, 0, false, 0x20, nullptr, kDetached));
+    const std::string number = Number(thread.Id());
+    EXPECT_THAT(trace.Lines(), ElementsAre("CThread::Start: Start a thread, Prio=0, Suspend=0, "
+                                           "StackSize=0x00000020, Waitable=0, KillAliveThread=0",
+                                           "pthread_attr_init: 0", "ThreadPrio=0",
+                                           "CThread::Start: thread=0x" + number +
+                                               " created, Prio=0, Waitable=0, StackSize=0x20"));
+    EXPECT_TRUE(thread.Kill());
+}
+
+// As they are set here, attributes hold no memory of their own.
+TEST(ThreadStart, NeverDestroysItsAttributes) {
+    int destroyed = 0;
+    const NotedCalls noted{[&](const char* name) {
+        if (std::string{name} == "pthread_attr_destroy") ++destroyed;
+    }};
+    for (const bool waitable : {kJoinable, kDetached}) {
+        CThread thread;
+        EXPECT_TRUE(thread.Start(ReturnArgument, nullptr, 7, false, 0, nullptr, waitable));
+        EXPECT_TRUE(thread.Kill());
+    }
+    CThread thread;
+    FaultOf<&::pthread_create> create;
+    create.Fail(EAGAIN);
+    EXPECT_FALSE(thread.Start(ReturnArgument, nullptr, 7, false, 0, nullptr, kJoinable));
+    EXPECT_EQ(destroyed, 0);
 }
 
 TEST(ThreadStart, IsFalseForADetachedThreadWithoutMemory) {
@@ -438,7 +490,22 @@ TEST(ThreadWaitForTermination, IsFalseIfTheJoinFailsAndKeepsTheThread) {
     EXPECT_THAT(trace.Lines(),
                 ElementsAre("CThread::WaitForTermination: ERROR ! ThreadJoin failed, Thread = 0x" +
                             number + ", Err = 0x00000023"));
+    EXPECT_EQ(Number(thread.Id()), number);
     EXPECT_TRUE(thread.WaitForTermination(kWaitForever));
+}
+
+TEST(ThreadWaitForTermination, WarnsAlsoOfALimitOfZero) {
+    const TraceCapture trace{1};
+    CThread thread;
+    int argument = 0;
+    ASSERT_TRUE(thread.Start(ReturnArgument, &argument, 0, false, 0, nullptr, kJoinable));
+    const std::string number = Number(thread.Id());
+    EXPECT_TRUE(thread.WaitForTermination(0));
+    EXPECT_THAT(trace.Lines(),
+                ElementsAre("CThread::WaitForTermination: WARNING: can't wait for Thread = 0x" +
+                                number + " termination with timeout",
+                            "CThread::WaitForTermination: a joinable Thread = 0x" + number +
+                                " has terminated, pstat=" + Shown(&argument)));
 }
 
 TEST(ThreadWaitForTermination, CanBeRepeatedByTheNextCallerIfItIsCancelled) {
@@ -454,6 +521,18 @@ TEST(ThreadWaitForTermination, CanBeRepeatedByTheNextCallerIfItIsCancelled) {
 }
 
 // Kill
+
+TEST(ThreadKill, ShowsWhatAJoinableThreadReturned) {
+    const TraceCapture trace{1};
+    CThread thread;
+    int argument = 0;
+    ASSERT_TRUE(thread.Start(ReturnArgument, &argument, 0, false, 0, nullptr, kJoinable));
+    const std::string number = Number(thread.Id());
+    EXPECT_TRUE(thread.Kill());
+    EXPECT_THAT(trace.LinesWith("pstat"),
+                ElementsAre("CThread::Kill: a joinable Thread = 0x" + number +
+                            " has terminated, pstat=" + Shown(&argument)));
+}
 
 TEST(ThreadKill, IsFalseWithoutAThread) {
     const TraceCapture trace{1};

@@ -1,6 +1,7 @@
 #include "inventory/text/agt_exception.h"
 
 #include <cerrno>
+#include <exception>
 #include <stdexcept>
 #include <type_traits>
 
@@ -28,6 +29,21 @@ TEST(AgtException, IsCaughtAsARuntimeError) {
     } catch (const std::runtime_error& caught) {
         EXPECT_STREQ(caught.what(), "thrown");
     }
+}
+
+/// A slot of an object's table of virtual operations.
+const void* Slot(const std::exception& object, int slot) {
+    return (*reinterpret_cast<const void* const* const*>(&object))[slot];
+}
+
+TEST(AgtException, HasTwoVirtualOperationsOfItsOwnTheDestructors) {
+    const CAgtException own{"text"};
+    const std::runtime_error base{"text"};
+    EXPECT_NE(Slot(own, 0), Slot(base, 0));
+    EXPECT_NE(Slot(own, 1), Slot(base, 1));
+    EXPECT_NE(Slot(own, 0), Slot(own, 1));
+    EXPECT_EQ(Slot(own, 2), Slot(base, 2)) << "what()";
+    EXPECT_EQ(sizeof own, sizeof base);
 }
 
 TEST(AgtException, KeepsItsTextInACopy) {

@@ -112,6 +112,12 @@ TEST(CommandReader, GivesAPartOfALongLineAndTheRestWithTheNextCall) {
     EXPECT_THAT(Lines(reader, 5), ElementsAre("abcd", "efg\n", "hi\n"));
 }
 
+TEST(CommandReader, GivesALineFeedThatHasNoRoomALineOfItsOwn) {
+    CCommandReader reader;
+    Start(reader, "printf 'abcd\\nhi\\n'");
+    EXPECT_THAT(Lines(reader, 5), ElementsAre("abcd", "\n", "hi\n"));
+}
+
 TEST(CommandReader, TakesALineOf256BytesByDefault) {
     CCommandReader reader;
     Start(reader, "printf '%0300d\\n' 7");
@@ -168,6 +174,17 @@ TEST(CommandReader, HasCodeNineIfClosingFailsAndStillCountsAsRunning) {
     EXPECT_FALSE(reader.Close());
     EXPECT_EQ(reader.Error(), 9);
     EXPECT_EQ(fault.Calls(), 1);  // the C library has freed the stream
+}
+
+TEST(CommandReader, IsNotClosedTwiceWhenItGoesAfterAFailedClose) {
+    FaultOf<&::pclose> fault;
+    FailClose(fault);
+    {
+        CCommandReader reader;
+        Start(reader, "true");
+        EXPECT_FALSE(reader.Close());
+    }
+    EXPECT_EQ(fault.Calls(), 1);
 }
 
 TEST(CommandReader, StartsAgainAfterAFailedClose) {
