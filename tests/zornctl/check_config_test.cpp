@@ -39,7 +39,7 @@ TEST(CheckConfig, ShowsValuesAndWhereTheyComeFrom) {
                                                    "\\[zorn\\] FileDebugLevel\n"));
     EXPECT_THAT(run.output,
                 testing::ContainsRegex("bytes of the log +1000 +variable QX_LOG_FILE_MAX_SIZE\n"));
-    EXPECT_THAT(run.output, testing::ContainsRegex("times this +0 +default\n"));
+    EXPECT_THAT(run.output, testing::ContainsRegex("times this +1 +default\n"));
     EXPECT_THAT(run.output, testing::ContainsRegex("log file +/var/log/tolbrin/log.zorn\n"));
     EXPECT_THAT(run.output, Not(HasSubstr("warning")));
 }
@@ -80,6 +80,30 @@ TEST(CheckConfig, ReadsAnotherDirectory) {
     const auto missing = RunZornctl(host, {"check-config", "--directory", "/old"});
     EXPECT_EQ(missing.end, Exited(1)) << "which is no failure of the service's own";
     EXPECT_THAT(missing.error, testing::StartsWith("zornctl: /old: No such file or directory ("));
+}
+
+TEST(CheckConfig, TellsWhyAnotherDirectoryIsNone) {
+    FakeHost host;
+    host.File("/file", "");
+    host.Link("/loop", "loop");
+    const auto file = RunZornctl(host, {"check-config", "--directory", "/file"});
+    EXPECT_EQ(file.end, Exited(1));
+    EXPECT_THAT(file.error, testing::StartsWith("zornctl: /file: Not a directory ("));
+    const auto loop = RunZornctl(host, {"check-config", "--directory", "/loop"});
+    EXPECT_EQ(loop.end, Exited(3));
+    EXPECT_EQ(loop.error,
+              "zornctl: /loop: Too many levels of symbolic links (look at the symbolic "
+              "links in the path)\n");
+}
+
+TEST(CheckConfig, ShowsTheSizeOfTheRingThatAppliesWithoutSettings) {
+    FakeHost host;
+    for (const bool isDirectoryThere : {false, true}) {
+        if (isDirectoryThere) host.Directory(kConfigDirectory);
+        const auto json = RunZornctl(host, {"check-config", "--json"}).Json();
+        EXPECT_EQ(Row(json, "ring_factor")["value"], 1);
+        EXPECT_EQ(Row(json, "ring_weight")["value"], 1);
+    }
 }
 
 TEST(CheckConfig, IsJsonForPrograms) {

@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <fstream>
 
 #include "trace/open_debug.h"
 #include "zornctl/healthy_host.h"
+#include "zornctl/system/child.h"
 #include "zornctl/system/module_host.h"
 #include "zornctl/system/service_processes.h"
 #include "zornctl/zornctl_run.h"
@@ -98,9 +102,81 @@ TEST_F(Doctor, WarnsOfWhatOthersCanChange) {
     EXPECT_EQ(RowOf(run, "library directory"),
               "warning /opt/Corvanthimex/lib64, owner 0, mode 0777: others than root can change "
               "it");
-    EXPECT_THAT(RowOf(run, "module host"), HasSubstr("mode 0757: others than root can change it"));
+    EXPECT_THAT(RowOf(run, "module host"),
+                HasSubstr("mode 0757: others than root can change /opt/Corvanthimex/lib64"));
     EXPECT_THAT(RowOf(run, "configuration directory"), StartsWith("warning "));
+    EXPECT_EQ(RowOf(run, "module host loads"),
+              "warning not tried: others than root can change /opt/Corvanthimex/lib64");
 }
+
+TEST_F(Doctor, WarnsOfFoldersOnTheWayThatOthersCanChange) {
+    host.Directory("/opt/Corvanthimex", 0777);
+    const auto run = Run();
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(RowOf(run, "library directory"),
+              "warning /opt/Corvanthimex/lib64, owner 0, mode 0755: others than root can change "
+              "/opt/Corvanthimex");
+    EXPECT_THAT(RowOf(run, "module host"),
+                HasSubstr("others than root can change /opt/Corvanthimex"));
+    EXPECT_THAT(RowOf(run, "registry directory"), StartsWith("warning "));
+    EXPECT_EQ(RowOf(run, "module host loads"),
+              "warning not tried: others than root can change /opt/Corvanthimex");
+}
+
+TEST_F(Doctor, LooksAtEachIniFileAndModule) {
+    const std::string ini = std::string{kConfigDirectory} + "/global_trace.ini";
+    host.File(ini, "[zorn]\n[EndOfFile]\n");
+    host.File("/opt/Corvanthimex/lib64/modules/a.so", "");
+    auto run = Run();
+    EXPECT_EQ(RowOf(run, "ini files"), "ok 1, to be changed by root only");
+    EXPECT_EQ(RowOf(run, "modules"), "ok /opt/Corvanthimex/lib64/modules, owner 0, mode 0755");
+    EXPECT_EQ(RowOf(run, "module files"), "ok 1, to be changed by root only");
+    host.File(ini, "[zorn]\n[EndOfFile]\n", 0666);
+    host.File("/opt/Corvanthimex/lib64/modules/a.so", "", 0775);
+    run = Run();
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(RowOf(run, "ini files"), "warning " + ini + ": others than root can change it");
+    EXPECT_EQ(RowOf(run, "module files"),
+              "warning /opt/Corvanthimex/lib64/modules/a.so: others than root can change it");
+}
+
+TEST_F(Doctor, LooksForModulesWhereTheServiceIsTold) {
+    host.Directory("/mine", 0777);
+    EXPECT_EQ(RowOf(Run({.environment = {{"ZORN_MODULE_DIR", "/mine"}}}), "modules"),
+              "warning /mine, owner 0, mode 0777: others than root can change it");
+}
+
+// --- What an ordinary user may not read, and what nobody can --------------------------------------
+
+TEST_F(Doctor, NamesWhatAnOrdinaryUserMayNotReadAndShowsTheRest) {
+    host.File(std::string{kConfigDirectory} + "/a.ini", "[zorn]\n[EndOfFile]\n");
+    host.Directory(kConfigDirectory, 0700);
+    host.Directory("/opt/Corvanthimex/lib64", 0700);
+    const auto run = Run({.uid = 1000});
+    EXPECT_EQ(run.end, Exited(0)) << run.error;
+    EXPECT_EQ(RowOf(run, "configuration directory"),
+              std::string{"warning "} + kConfigDirectory + ": Permission denied");
+    EXPECT_EQ(RowOf(run, "settings"), "warning those of the ini files are not known");
+    EXPECT_EQ(RowOf(run, "module host"),
+              std::string{"warning "} + kModuleHost + ": Permission denied");
+    EXPECT_EQ(RowOf(run, "service"), "warning not running");
+}
+
+TEST_F(Doctor, TellsWhyTheConfigurationDirectoryIsNone) {
+    host.Link(kConfigDirectory, "TraceConfig");
+    auto run = Run();
+    EXPECT_EQ(run.end, Exited(0)) << run.error;
+    EXPECT_EQ(RowOf(run, "configuration directory"),
+              std::string{"warning "} + kConfigDirectory + ": Too many levels of symbolic links");
+    EXPECT_EQ(RowOf(run, "settings"), "ok no warnings");
+    EXPECT_THAT(RowOf(run, "log directory"), StartsWith("ok /var/log/tolbrin"));
+    host.Remove(kConfigDirectory);
+    host.File(kConfigDirectory, "");
+    EXPECT_EQ(Row("configuration directory"),
+              std::string{"warning "} + kConfigDirectory + ": Not a directory");
+}
+
+// --- The module host -----------------------------------------------------------------------------
 
 TEST_F(Doctor, TellsTheLinkersReason) {
     host.File(kModuleHost, "no library", 0755);
@@ -108,16 +184,49 @@ TEST_F(Doctor, TellsTheLinkersReason) {
                 testing::AllOf(StartsWith("failed "), HasSubstr("file too short")));
     host.File(kModuleHost, BuiltLibrary("zornctl_needs_missing/libswitch.so"), 0755);
     EXPECT_THAT(Row("module host loads"),
-                testing::AllOf(StartsWith("failed "), HasSubstr("libzornctl_missing.so: cannot "
-                                                                "open shared object file")));
+                testing::AllOf(StartsWith("failed "), HasSubstr("libzornctl_missing.so => not "
+                                                                "found")));
+}
+
+TEST_F(Doctor, DoesNotRunTheAuditorsOfTheModuleHost) {
+    host.File("/auditor.so", BuiltLibrary("zornctl_auditor/libswitch.so"), 0755);
+    host.File(kModuleHost, BuiltLibrary("zornctl_audited/libswitch.so"), 0755);
+    const std::string ran = "/auditor_ran";
+    auto list = host.Start({"/lib64/ld-linux-x86-64.so.2", "--list", kModuleHost});
+    EXPECT_EQ(list.Wait(), Exited(0));
+    ASSERT_TRUE(host.Exists(ran)) << "or this test would tell nothing";
+    host.Remove(ran);
+    EXPECT_THAT(Row("module host loads"), StartsWith("ok "));
+    host.Remove("/usr/libexec/zorn/zorn");
+    EXPECT_THAT(Row("module host loads"), StartsWith("ok "));
+    EXPECT_FALSE(host.Exists(ran));
+}
+
+TEST_F(Doctor, DoesNotTryAModuleHostWhoseNameTheLinkerWouldTakeForTwo) {
+    const auto library = BuiltLibrary("system_hosts/obedient/libswitch.so");
+    host.File("/a b/libswitch.so", library, 0755);
+    EXPECT_EQ(RowOf(Run({.environment = {{"LD_LIBRARY_PATH", "/a b"}}}), "module host loads"),
+              "warning not tried: /a b/libswitch.so: a path with a blank or a colon is not tried");
+}
+
+TEST_F(Doctor, ShowsTheLinkerNoFolderThatOthersCanChange) {
+    host.Directory("/tmp/shared", 01777);
+    for (const char* folder : {"/tmp/shared", "/tmp/shared/missing"}) {
+        const StartOptions options{.environment = {{"LD_LIBRARY_PATH", folder}}};
+        EXPECT_EQ(RowOf(Run(options), "module host loads"),
+                  "warning not tried: others than root can change /tmp/shared");
+    }
 }
 
 TEST_F(Doctor, FindsASymbolThatNobodyDefinesWithoutRunningTheModuleHost) {
     host.File(kModuleHost, BuiltLibrary("zornctl_undefined_symbol/libswitch.so"), 0755);
+    host.Remove("/usr/libexec/zorn/zorn");
+    host.File("/usr/libexec/zorn/zorn", BytesOf(FakeHost::Executable()), 0755);
     EXPECT_THAT(Row("module host loads"), StartsWith("failed undefined symbol: NobodyHasThis"));
     EXPECT_FALSE(host.Exists("/constructor_ran"));
     host.Remove("/usr/libexec/zorn/zorn");
-    EXPECT_THAT(Row("module host loads"), StartsWith("ok ")) << "not to be known without zorn";
+    EXPECT_EQ(Row("module host loads"),
+              "ok all libraries are found; symbols are not looked up without zorn");
 }
 
 TEST_F(Doctor, LooksForTheModuleHostWhereTheServiceDoes) {
@@ -169,6 +278,21 @@ TEST_F(Doctor, WarnsWhereTheLogHasNoRoom) {
     EXPECT_THAT(row, StartsWith(free < 4095 ? "warning " : "ok "));
 }
 
+TEST_F(Doctor, CountsWhatTheLogHoldsAsRoomForTheNextOne) {
+    host.Run([] {
+        ASSERT_EQ(mount("none", "/var/log/tolbrin", "tmpfs", 0, "size=8m"), 0);
+        const auto row = [](const std::string& size) {
+            const auto run = zornctl::RunChild({ZornctlExecutable(), "doctor", "--json"},
+                                               {.environment = {"QX_LOG_FILE_MAX_SIZE=" + size}});
+            return RowOf({Exited(run.status), run.output, run.error}, "space for the log");
+        };
+        EXPECT_EQ(row("7340032"), "ok 8 MiB free");
+        std::ofstream{kLog} << std::string(size_t{6} << 20U, 'x');
+        EXPECT_EQ(row("7340032"), "ok 2 MiB free, the log holds 6 MiB");
+        EXPECT_EQ(row("9437184"), "warning 2 MiB free, the log holds 6 MiB, it may take 9 MiB");
+    });
+}
+
 TEST_F(Doctor, CountsTheWarningsOfTheSettings) {
     const auto run = Run({.environment = {{"QX_LOG_FILE_DIR", "x"}, {"TraceFileLimit", ""}}});
     EXPECT_EQ(RowOf(run, "settings"), "warning 2 warnings");
@@ -192,12 +316,38 @@ TEST_F(Doctor, FailsWithoutTheKernelsInterfaces) {
     EXPECT_THAT(RowOf(run, "kernel: devices"), StartsWith("failed /sys/class is not there"));
 }
 
-/// A process of that number and name.
-void AddProcess(FakeHost& host, int pid, const std::string& name, const std::string& executable) {
+/// A process of that number, name and executable; of root, unless its real and effective users are told.
+void AddProcess(FakeHost& host, int pid, const std::string& name, const std::string& executable,
+                const std::string& users = "0\t0") {
     const std::string directory = "/proc/" + std::to_string(pid);
     host.File(directory + "/stat", std::to_string(pid) + " (" + name + ") S 1 1 1 0");
+    host.File(directory + "/status", "Name:\t" + name + "\nUid:\t" + users + "\t0\t0\n");
     host.File(directory + "/environ", std::string{"QX_LOG_RINGBUF_DIR=/var/log/other"} + '\0');
     host.Link(directory + "/exe", executable);
+}
+
+TEST_F(Doctor, TakesNoProcessOfAnotherUserForTheService) {
+    for (const char* users : {"1000\t1000", "1000\t0", "0\t1000"}) {
+        AddProcess(host, 4712, "zorn", "/home/user/zorn", users);
+        const auto run = Run();
+        EXPECT_EQ(RowOf(run, "service"), "warning not running");
+        EXPECT_EQ(RowOf(run, "log directory"), "ok /var/log/tolbrin, owner 0, mode 0755")
+            << "nor its environment for that of the service";
+    }
+}
+
+// Who may run sudo may also run it by a link called zorn, with any environment.
+TEST_F(Doctor, TakesNoProgramOfAnotherNameForTheService) {
+    AddProcess(host, 4712, "zorn", "/usr/bin/sudo");
+    EXPECT_EQ(Row("service"), "warning not running");
+}
+
+TEST_F(Doctor, LooksUpSymbolsInNoExecutableThatOthersCanChange) {
+    host.Remove("/usr/libexec/zorn/zorn");
+    host.File("/shared/zorn", "no program", 0777);
+    AddProcess(host, 4712, "zorn", "/shared/zorn");
+    EXPECT_EQ(Row("module host loads"),
+              "ok all libraries are found; symbols are not looked up without zorn");
 }
 
 TEST_F(Doctor, FindsTheRunningServiceAndLooksAtItsLog) {
@@ -237,6 +387,24 @@ TEST(ParseLoadProblem, FindsWhatTheLinkerComplainsOf) {
     EXPECT_EQ(ParseLoadProblem("symbol x, version Y not defined in file z with link time "
                                "reference\t(/l.so)"),
               "symbol x, version Y not defined in file z with link time reference\t(/l.so)");
+}
+
+TEST(ParseLoadProblem, TellsWhyTheLibraryItselfIsNone) {
+    EXPECT_EQ(
+        zornctl::ParseLoadProblem("ERROR: ld.so: object '/l.so' from --preload cannot be preloaded "
+                                  "(file too short): ignored.\n"),
+        "ERROR: ld.so: object '/l.so' from --preload cannot be preloaded (file too short): "
+        "ignored.");
+}
+
+TEST(IsOfRoot, AsksForBothTheRealAndTheEffectiveUser) {
+    using zornctl::IsOfRoot;
+    EXPECT_TRUE(IsOfRoot("Name:\tzorn\nUid:\t0\t0\t0\t0\nGid:\t7\t7\t7\t7\n"));
+    for (const char* other :
+         {"", "Uid:", "Uid:\t0", "Uid:\t0\t1000\t0\t0\n", "Uid:\t1000\t0\t0\t0\n",
+          "Uid:\t00\t0\t0\t0\n", "Name:\tUid:\t0\t0\t\nUid:\t5\t5\t5\t5\n"}) {
+        EXPECT_FALSE(IsOfRoot(other)) << other;
+    }
 }
 
 TEST(ParseProcessName, TakesAllBetweenTheOuterParentheses) {

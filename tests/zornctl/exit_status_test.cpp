@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <set>
 #include <sstream>
 
@@ -30,6 +32,7 @@ struct StatusRow {
     const char* line;  ///< for the shell; a pipe ends with the status of zornctl
     int status;
     Told told = Told::kNothing;
+    uid_t uid = 0;  ///< who calls
 };
 
 constexpr StatusRow kRows[] = {
@@ -114,6 +117,10 @@ constexpr StatusRow kRows[] = {
     {"zornctl check-config --strict=1", 2, Told::kFailure},
     {"zornctl check-config /config", 2, Told::kFailure},
     {"zornctl check-config >/dev/full", 3, Told::kFailure},
+    {"zornctl check-config --directory /folder/loop", 3, Told::kFailure},
+    {"zornctl check-config --json --directory /folder/loop", 3, Told::kFailure},
+    {"zornctl check-config --directory /secret", 3, Told::kFailure, 1000},
+    {"zornctl check-config --json --directory /secret", 3, Told::kFailure, 1000},
     // doctor
     {"zornctl doctor", 0},
     {"zornctl doctor --json", 0},
@@ -121,9 +128,11 @@ constexpr StatusRow kRows[] = {
     {"zornctl doctor -h", 0},
     {"QX_LOG_RINGBUF_DIR=/missing zornctl doctor", 1},
     {"QX_LOG_RINGBUF_DIR=/missing zornctl doctor --json", 1},
+    {"zornctl doctor", 0, Told::kNothing, 1000},
     {"zornctl doctor --strict", 2, Told::kFailure},
     {"zornctl doctor /log", 2, Told::kFailure},
     {"zornctl doctor >/dev/full", 3, Told::kFailure},
+    {"zornctl doctor >&-", 3, Told::kFailure},
     // registry; what writes does so in a copy: services of other tests may be running
     {"zornctl registry list", 0},
     {"zornctl registry list --json", 0},
@@ -134,7 +143,17 @@ constexpr StatusRow kRows[] = {
     {"zornctl registry set --directory /copy HKEY_USERS Text x", 0},
     {"zornctl registry set --type dword --directory /copy HKEY_USERS N -5", 0},
     {"zornctl registry set -t binary --json --while-running HKEY_USERS Bytes 0aff", 0},
+    {"zornctl registry set --json --directory /copy HKEY_USERS Text x", 0},
     {"zornctl registry create --directory /copy HKEY_USERS/key", 0},
+    {"zornctl registry set --force --directory /copy HKEY_USERS Text x", 0},
+    {"zornctl registry create --force --while-running --json HKEY_USERS/key", 0},
+    {"zornctl registry get --directory /copy HKEY_USERS Name", 0},
+    {"zornctl registry export --directory /copy", 0},
+    {"zornctl registry export --json", 0},
+    {"zornctl registry list --directory /copy", 0},
+    {"zornctl registry delete --force --while-running --json HKEY_USERS Bytes", 0},
+    {"zornctl registry delete --recursive --while-running HKEY_USERS/key", 0},
+    {"zornctl registry import --while-running --force --json /in", 0},
     {"zornctl registry delete --directory /copy HKEY_USERS Text", 0},
     {"zornctl registry delete --directory /copy HKEY_USERS/key", 0},
     {"zornctl registry export", 0},
@@ -173,8 +192,8 @@ constexpr StatusRow kRows[] = {
     {"zornctl registry import", 2, Told::kFailure},
     {"zornctl registry import --directory /copy /folder", 3, Told::kFailure},
     {"zornctl registry list --directory /unreadable", 3, Told::kFailure},
-    {"zornctl registry set --directory /unwritable HKEY_USERS a b", 3, Told::kFailure},
-    {"zornctl registry set --json --directory /unwritable HKEY_USERS a b", 3, Told::kFailure},
+    {"zornctl registry set --directory /unwritable HKEY_USERS a b", 3, Told::kFailure, 1000},
+    {"zornctl registry set --json --directory /unwritable HKEY_USERS a b", 3, Told::kFailure, 1000},
     {"zornctl registry export >/dev/full", 3, Told::kFailure},
     {"zornctl registry list >&-", 3, Told::kFailure},
     // help
@@ -255,12 +274,51 @@ TEST(ExitStatus, IsInTheTableForEveryOption) {
         ExpectOptions(std::string{command.name}, command.options);
         ExpectOptions(std::string{command.name}, CommonOptions());
         for (const auto& option : command.options) {
-            if (option.kind != ValueKind::kNumber && option.kind != ValueKind::kProcess) continue;
+            if (option.kind == ValueKind::kNone) continue;
             EXPECT_TRUE(
                 OptionsOf(std::string{command.name}, 2).contains("--" + std::string{option.name}))
-                << "a value that is no number: " << option.name;
+                << "a value that is missing or none: " << option.name;
         }
     }
+}
+
+// --- Actions and their options -------------------------------------------------------------------
+
+/// Whether an option is for an action.
+bool IsFor(const OptionRow& option, std::string_view action) {
+    const auto& actions = option.actions;
+    return actions.empty() || std::find(actions.begin(), actions.end(), action) != actions.end();
+}
+
+bool IsInTheTable(std::string_view action, std::string_view option) {
+    return std::any_of(std::begin(kRows), std::end(kRows), [&](const StatusRow& row) {
+        const auto words = WordsOf(row);
+        const auto has = [&](std::string_view word) {
+            return std::find(words.begin(), words.end(), word) != words.end();
+        };
+        return row.status == 0 && has(action) && has("--" + std::string{option});
+    });
+}
+
+TEST(ExitStatus, IsInTheTableForEveryOptionOfEveryAction) {
+    for (const auto& command : Commands()) {
+        for (const auto& action : command.actions) {
+            EXPECT_TRUE(IsInTheTable(action.name, "json")) << action.name;
+            for (const auto& option : command.options) {
+                if (!IsFor(option, action.name)) continue;
+                EXPECT_TRUE(IsInTheTable(action.name, option.name)) << action.name << option.name;
+            }
+        }
+    }
+}
+
+/// A call of an action with all its operands and one option.
+std::string CallOf(const CommandRow& command, const ActionRow& action, const OptionRow& option) {
+    std::string line = "zornctl " + std::string{command.name} + " " + std::string{action.name};
+    for (const auto& operand : action.operands) line.append(" ").append(operand.name);
+    line.append(" --").append(option.name);
+    if (!option.words.empty()) line.append(" ").append(option.words.front());
+    return line;
 }
 
 // --- The program against this one ----------------------------------------------------------------
@@ -271,11 +329,13 @@ void MakeMachine(FakeHost& host) {
     host.File("/log", Line(1, "a") + Line(2, "b"));
     host.File("/var/log/tolbrin/log.zorn", Line(1, "a"));
     host.Directory("/folder");
+    host.Link("/folder/loop", "loop");
+    host.Directory("/secret", 0);
     for (const auto* folder : {kRegistryDirectory, "/copy", "/unwritable"}) {
         host.File(std::string{folder} + "/registry", "[HKEY_USERS]\nName=s=x\n\n\n");
     }
     host.File("/in", "[HKEY_USERS]\nName=s=y\nlost\n\n\n");
-    host.Directory("/unwritable/registry.new");
+    host.Directory("/unwritable", 0555);
     host.Directory("/unreadable/registry");
     host.File("/config/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");
     host.File("/trap/a.ini", "[zorn]\nFileDebugLevel=3\n");
@@ -305,20 +365,45 @@ void ExpectFailure(const StatusRow& row, const std::string& output, const std::s
     EXPECT_EQ(json["command"], CommandOf(row));
 }
 
+/// A shell that runs a line on the machine, with zornctl on its PATH.
+HostProcess StartLine(FakeHost& host, const std::string& line, uid_t uid = 0) {
+    const auto folder = std::filesystem::path{ZornctlExecutable()}.parent_path().native();
+    return host.Start({"/bin/bash", "-c", "set -o pipefail; " + line},
+                      {.environment = {{"PATH", folder + ":/usr/bin:/bin"}}, .uid = uid});
+}
+
 TEST(ExitStatus, IsWhatTheTableSays) {
     FakeHost host;
     MakeMachine(host);
-    const auto folder = std::filesystem::path{ZornctlExecutable()}.parent_path().native();
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.line);
-        auto shell = host.Start({"/bin/bash", "-c", std::string{"set -o pipefail; "} + row.line},
-                                {.environment = {{"PATH", folder + ":/usr/bin:/bin"}}});
+        auto shell = StartLine(host, row.line, row.uid);
         EXPECT_EQ(shell.Wait(), Exited(row.status));
         if (row.told == Told::kFailure)
             ExpectFailure(row, shell.StandardOutput(), shell.StandardError());
         else
             EXPECT_EQ(shell.StandardError(), "");
     }
+}
+
+TEST(ExitStatus, Is2ForAnOptionOfAnotherAction) {
+    FakeHost host;
+    MakeMachine(host);
+    int count = 0;
+    for (const auto& command : Commands()) {
+        for (const auto& action : command.actions) {
+            for (const auto& option : command.options) {
+                if (IsFor(option, action.name)) continue;
+                ++count;
+                const auto line = CallOf(command, action, option);
+                SCOPED_TRACE(line);
+                auto shell = StartLine(host, line);
+                EXPECT_EQ(shell.Wait(), Exited(2));
+                ExpectFailure({line.c_str(), 2}, shell.StandardOutput(), shell.StandardError());
+            }
+        }
+    }
+    EXPECT_GT(count, 0);
 }
 
 }  // namespace

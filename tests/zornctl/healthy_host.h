@@ -12,12 +12,15 @@
 
 constexpr const char* kModuleHost = "/opt/Corvanthimex/lib64/libswitch.so";
 
-/// The bytes of a library of the build tree.
-inline std::string BuiltLibrary(const std::string& name) {
-    const auto path = FakeHost::LibraryDirectory() + "/" + name;
+inline std::string BytesOf(const std::string& path) {
     std::ifstream file{path, std::ios::binary};
     EXPECT_TRUE(file) << path;
     return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+/// The bytes of a library of the build tree.
+inline std::string BuiltLibrary(const std::string& name) {
+    return BytesOf(FakeHost::LibraryDirectory() + "/" + name);
 }
 
 inline void MakeHealthy(FakeHost& host) {

@@ -105,7 +105,8 @@ TEST(Program, EndsWith3WhereItCannotWrite) {
     const std::string command = ZornctlExecutable() + " --help >/dev/full";
     auto shell = host.Start({"/bin/sh", "-c", command});
     EXPECT_EQ(shell.Wait(), Exited(3));
-    EXPECT_EQ(shell.StandardError(), "zornctl: standard output: No space left on device\n");
+    EXPECT_EQ(shell.StandardError(),
+              "zornctl: standard output: No space left on device (make room on its file system)\n");
 }
 
 TEST(Program, TellsFailuresAsJsonToo) {

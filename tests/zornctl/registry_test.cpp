@@ -4,12 +4,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/unique_fd.h"
 #include "registry/registry.h"
+#include "support/libc_fault.h"
+#include "zornctl/output/failure.h"
+#include "zornctl/registry/registry_directory.h"
 #include "zornctl/system/service_paths.h"
 #include "zornctl/zornctl_run.h"
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -21,7 +27,8 @@ namespace {
 const std::string kDirectory = zornctl::kRegistryDirectory;
 const std::string kCurrent = kDirectory + "/registry";
 const std::string kBackup = kDirectory + "/registry.old";
-const std::string kTemporary = kDirectory + "/registry.new";
+const std::string kTemporary = kDirectory + "/registry.new.zornctl";
+const std::string kTemporaryOfService = kDirectory + "/registry.new";
 const std::string kFactory = kDirectory + "/registry.default";
 
 const std::string kTree =
@@ -79,6 +86,16 @@ class Registry : public testing::Test {
             files.push_back(name + ": " + host.Read(kDirectory + "/" + name));
         }
         return files;
+    }
+
+    /// Runs a line of the shell, in which zornctl is a command.
+    ZornctlRun Shell(const std::string& line) {
+        auto process = StartShell(line);
+        const auto end = process.Wait();
+        return {end, process.StandardOutput(), process.StandardError()};
+    }
+    HostProcess StartShell(const std::string& line) {
+        return host.Start({"/bin/sh", "-c", "zornctl() { " + ZornctlExecutable() + " \"$@\"; }; " + line});
     }
 
     std::string Export() { return Do({"export"}); }
@@ -172,10 +189,22 @@ TEST_F(Registry, EndsWith1WhereNoFileHoldsAValue) {
     for (const char* action : {"list", "export"}) EXPECT_EQ(Fail(1, {action}), line);
     EXPECT_EQ(Fail(1, {"list", "HKEY_USERS"}), line);
     host.Remove(kDirectory);
-    EXPECT_EQ(Run({"list"}).error, "zornctl: " + kDirectory +
-                                       ": No such file or directory (make it, or name another "
-                                       "one with --directory)\n");
-    EXPECT_EQ(Run({"create", "HKEY_USERS"}).end, Exited(1));
+    for (const auto& write : std::vector<std::vector<std::string>>{
+             {"create", "HKEY_USERS"},
+             {"set", "HKEY_USERS", "a", "b", "--while-running"},
+             {"list"}}) {
+        const auto run = Run(write);
+        EXPECT_EQ(run.end, Exited(1));
+        EXPECT_EQ(run.error, "zornctl: " + kDirectory +
+                                 ": No such file or directory (make it, or name another one with "
+                                 "--directory)\n");
+    }
+    host.File("/file", "");
+    for (const std::string place : {"/file", "/file/below"}) {
+        EXPECT_THAT(Run({"set", "--directory", place, "HKEY_USERS", "a", "b"}).error,
+                    AllOf(StartsWith("zornctl: " + place + ": No"),
+                          HasSubstr("(make it, or name another one with --directory)")));
+    }
 }
 
 TEST_F(Registry, SaysWhichLinesTheServicePassesOver) {
@@ -183,8 +212,7 @@ TEST_F(Registry, SaysWhichLinesTheServicePassesOver) {
     const auto run = Run({"get", "HKEY_USERS", "a"});
     EXPECT_EQ(run.output, "2\n");
     EXPECT_EQ(run.error, "zornctl: " + kCurrent +
-                             ": the service passes over what no tree can hold: line 2 is "
-                             "overridden by line 4, line 3 holds neither a key nor a value, line 7 "
+                             ": not as the service writes it: line 2 is overridden by line 4, line 3 holds neither a key nor a value, line 7 "
                              "stands behind the end of the tree\n");
 }
 
@@ -203,6 +231,70 @@ TEST_F(Registry, EndsWith3WhereItCannotBeRead) {
     host.Run([] { ASSERT_EQ(mkfifo(kBackup.c_str(), 0600), 0); });
     EXPECT_THAT(Run({"list"}).error, HasSubstr(kBackup + ": is no regular file"))
         << "and is not waited for";
+}
+
+TEST_F(Registry, NoActionGoesOnWhereItCannotBeRead) {
+    host.File(kCurrent, kTree, 0);
+    host.Directory(kDirectory, 0777);
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {"get", kTolbrin, "Path"},
+             {"export"},
+             {"set", kTolbrin, "Path", "x"},
+             {"delete", kTolbrin, "Path"},
+             {"create", "HKEY_USERS/x"}}) {
+        const auto run = Run(arguments, {.uid = 1000});
+        EXPECT_EQ(run.end, Exited(3)) << arguments[0];
+        EXPECT_EQ(run.error, "zornctl: " + kCurrent + ": Permission denied (run zornctl as root)\n");
+    }
+    EXPECT_THAT(host.List(kDirectory), ElementsAre("registry"));
+}
+
+TEST_F(Registry, TakesNoOtherFileForOneThatItMayNotRead) {
+    const std::string tree = "[HKEY_USERS]\na=s=default\n\n\n";
+    host.Directory(kDirectory, 0777);
+    host.Remove(kCurrent);
+    host.File(kBackup, kTree, 0);
+    host.File(kFactory, tree, 0644);
+    auto run = Run({"set", "HKEY_USERS", "a", "b"}, {.uid = 1000});
+    EXPECT_EQ(run.end, Exited(3));
+    EXPECT_EQ(run.error, "zornctl: " + kBackup + ": Permission denied (run zornctl as root)\n");
+    EXPECT_EQ(Run({"list"}, {.uid = 1000}).end, Exited(3));
+    EXPECT_FALSE(host.Exists(kCurrent));
+    host.File(kCurrent, "damaged\n");
+    EXPECT_EQ(Run({"set", "HKEY_USERS", "a", "b"}, {.uid = 1000}).end, Exited(3));
+    EXPECT_EQ(host.Read(kCurrent), "damaged\n");
+    host.Remove(kBackup);
+    host.File(kFactory, tree, 0);
+    run = Run({"create", "HKEY_USERS/x"}, {.uid = 1000});
+    EXPECT_EQ(run.end, Exited(3));
+    EXPECT_EQ(run.error, "zornctl: " + kFactory + ": Permission denied (run zornctl as root)\n");
+    EXPECT_EQ(host.Read(kCurrent), "damaged\n");
+}
+
+TEST_F(Registry, ChangesTheTreeOfTheDefaultAndLeavesThatFile) {
+    const std::string tree = "[HKEY_USERS]\na=s=default\nodd\n\n\n";
+    host.Remove(kCurrent);
+    host.File(kFactory, tree);
+    const auto run = Run({"set", "HKEY_USERS", "b", "c"});
+    EXPECT_EQ(run.end, Exited(0));
+    EXPECT_EQ(run.error, "zornctl: " + kCurrent + " does not exist: " + kFactory + " is taken; " +
+                             kFactory +
+                             ": not as the service writes it: line 3 holds neither a key nor a "
+                             "value\n");
+    EXPECT_THAT(Files(), ElementsAre("registry: [HKEY_USERS]\na=s=default\nb=s=c\n\n\n",
+                                     "registry.default: " + tree));
+}
+
+TEST_F(Registry, TakesNoFileOfMoreThan256MiB) {
+    constexpr uint64_t kTooMuch = (uint64_t{256} << 20U) + 1;
+    host.Remove(kCurrent);
+    host.Memory(kCurrent, {{0, kTree}}, kTooMuch);
+    auto run = Run({"list"});
+    EXPECT_EQ(run.end, Exited(3));
+    EXPECT_THAT(run.error, HasSubstr(kCurrent + ": holds more than 268435456 bytes"));
+    host.File(kCurrent, kTree);
+    host.Memory("/in", {{0, kTree}}, kTooMuch);
+    EXPECT_THAT(Fail(3, {"import", "/in"}), HasSubstr("/in: holds more than 268435456 bytes"));
 }
 
 TEST_F(Registry, LetsNoControlCharacterThrough) {
@@ -361,11 +453,14 @@ TEST_F(Registry, CreatesKeysWithThoseAboveThem) {
 
 TEST_F(Registry, CreatesNoHiveOfAnotherName) {
     EXPECT_EQ(Fail(2, {"create", "HKEY_LOCAL_MASCHINE/x"}),
-              "zornctl: no hive 'HKEY_LOCAL_MASCHINE' (did you mean HKEY_LOCAL_MACHINE?)\n");
+              "zornctl: no hive 'HKEY_LOCAL_MASCHINE' (did you mean HKEY_LOCAL_MACHINE? --force takes "
+              "it as it is)\n");
     EXPECT_THAT(Fail(2, {"create", "x"}), HasSubstr("the hives are HKEY_LOCAL_MACHINE, "));
     EXPECT_THAT(Fail(2, {"create", ""}), HasSubstr("KEY is empty"));
     host.File(kCurrent, "[own]\na=d=1\n\n\n");
     Do({"create", "own/x"});
+    Do({"create", "--force", "x"});
+    EXPECT_EQ(Export(), "[own]\na=d=1\n[x]\n\n\n[x]\n\n\n");
 }
 
 TEST_F(Registry, MakesATreeWhereThereIsNone) {
@@ -463,6 +558,83 @@ TEST_F(Registry, ImportsNoFileOfWhichLinesWouldBeLost) {
     EXPECT_THAT(Fail(1, {"get", "HKEY_USERS", "a"}), HasSubstr("no value 'a'"));
 }
 
+TEST_F(Registry, ImportsNoFileThatBreaksOff) {
+    const std::string whole = "[HKEY_LOCAL_MACHINE]\na=s=good\n[k]\nb=d=42\n\n\n\n";
+    for (size_t size = 1; size < whole.size(); size += 3) {
+        host.File("/in", whole.substr(0, size));
+        EXPECT_THAT(Fail(1, {"import", "/in"}), Not(HasSubstr("holds neither a key nor a value (name")));
+    }
+    host.File("/in", "[HKEY_LOCAL_MACHINE]\nb=s=1\na=s=go");
+    EXPECT_EQ(Fail(1, {"import", "/in"}),
+              "zornctl: /in: line 3 has no newline at its end (mend that, or add --force to go on "
+              "without)\n");
+    EXPECT_EQ(Run({"import", "--force", "/in"}).error,
+              "zornctl: left out: line 3 has no newline at its end\n");
+    EXPECT_EQ(Do({"get", "HKEY_LOCAL_MACHINE", "b"}), "1\n");
+    EXPECT_THAT(Fail(1, {"get", "HKEY_LOCAL_MACHINE", "a"}), HasSubstr("no value 'a'"));
+}
+
+TEST_F(Registry, ImportsNoKeyIntoTheOneAboveIt) {
+    for (const std::string& line :
+         {"[" + std::string(1021, 'k') + "]", std::string{"[key"}, "[a" + std::string(2000, 'x')}) {
+        host.File("/in", "[HKEY_USERS]\n" + line + "\nsecret=s=1\n\n\n\n");
+        for (const auto& arguments :
+             std::vector<std::vector<std::string>>{{"import", "/in"}, {"import", "--force", "/in"}}) {
+            EXPECT_THAT(Fail(1, arguments),
+                        AllOf(StartsWith("zornctl: /in: line 2 "),
+                              HasSubstr(": what is in that key would get into the one above it "
+                                        "(mend that line)\n")));
+        }
+    }
+}
+
+TEST_F(Registry, ImportsNoHiveOfAnotherNameUnlessItIsForced) {
+    host.File("/in", "[HKEY_LOCAL_MASCHINE]\na=s=1\n\n\n");
+    EXPECT_EQ(Fail(1, {"import", "/in"}),
+              "zornctl: /in: no hive 'HKEY_LOCAL_MASCHINE' (did you mean HKEY_LOCAL_MACHINE? "
+              "--force takes it as it is)\n");
+    Do({"import", "--force", "/in"});
+    EXPECT_EQ(Do({"get", "HKEY_LOCAL_MASCHINE", "a"}), "1\n");
+    host.File("/in", "[HKEY_LOCAL_MASCHINE]\na=s=2\n\n\n");
+    Do({"import", "/in"});
+}
+
+TEST_F(Registry, TellsThatItsStandardInputIsClosed) {
+    const auto run = Shell("zornctl registry import - <&-");
+    EXPECT_EQ(run.end, Exited(3));
+    EXPECT_EQ(run.error,
+              "zornctl: standard input: Bad file descriptor (start zornctl with it open, or send it "
+              "to a file)\n");
+    EXPECT_THAT(Files(), ElementsAre("registry: " + kTree));
+}
+
+TEST_F(Registry, TakesNothingAwayThatTheServiceDidNotWriteUnlessItIsForced) {
+    const std::string odd = "[HKEY_USERS]\na=s=1\nPort = 8080\n\n\n";
+    host.File(kCurrent, odd);
+    host.File("/in", "[HKEY_USERS]\na=s=2\n\n\n");
+    const std::string line = ": line 3 holds neither a key nor a value";
+    for (const auto& write : std::vector<std::vector<std::string>>{{"set", "HKEY_USERS", "a", "2"},
+                                                                   {"create", "HKEY_USERS/k"},
+                                                                   {"import", "/in"}}) {
+        EXPECT_THAT(Fail(1, write),
+                    HasSubstr("zornctl: " + kCurrent +
+                              ": a change would take away what is not as the service writes it" +
+                              line + " (mend that, or add --force to go on without)\n"));
+        auto forced = write;
+        forced.emplace_back("--force");
+        const auto run = Run(forced);
+        EXPECT_EQ(run.end, Exited(0)) << write[0];
+        EXPECT_EQ(run.error, "zornctl: " + kCurrent + ": not as the service writes it" + line + "\n");
+        EXPECT_EQ(host.Read(kBackup), odd);
+        EXPECT_EQ(host.Read(kCurrent).find("Port"), std::string::npos);
+        host.File(kCurrent, odd);
+        host.Remove(kBackup);
+    }
+    EXPECT_EQ(Run({"set", "HKEY_USERS", "a", "1"}).end, Exited(0)) << "nothing is written";
+    host.File(kCurrent, "[HKEY_USERS]\na=s=1\n");
+    EXPECT_THAT(Fail(1, {"delete", "HKEY_USERS", "a"}), HasSubstr("does not end the tree"));
+}
+
 TEST_F(Registry, ImportsNoValueInPlaceOfAKeyUnlessItIsForced) {
     host.File("/in", "[HKEY_LOCAL_MACHINE]\n[SOFTWARE]\nTolbrin=s=x\n\n\n\n");
     EXPECT_EQ(Fail(1, {"import", "/in"}),
@@ -498,6 +670,7 @@ class RunningService : public Registry {
     RunningService() {
         host.File("/in", "[HKEY_USERS]\nb=s=c\n\n\n");
         host.File("/proc/4712/stat", "4712 (zorn) S 1 1 1 0");
+        host.File("/proc/4712/status", "Uid:\t0\t0\t0\t0\n");
     }
 };
 
@@ -520,6 +693,32 @@ TEST_F(RunningService, IsPassedOverIfThatIsSaid) {
         Do(write);
         EXPECT_NE(host.Read(kCurrent), before) << write[0];
     }
+}
+
+TEST_F(RunningService, KeepsTheFileThatItIsWriting) {
+    host.File(kTemporaryOfService, "half a tree");
+    Do({"set", "HKEY_USERS", "a", "b", "--while-running"});
+    EXPECT_EQ(host.Read(kTemporaryOfService), "half a tree");
+    EXPECT_EQ(Do({"get", "HKEY_USERS", "a"}), "b\n");
+}
+
+TEST_F(RunningService, ThatStartsMeanwhileKeepsOthersFromWritingToo) {
+    host.Remove("/proc/4712");
+    const auto pipe = host.Path("/pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const UniqueFd input{open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
+    auto import = StartShell("zornctl registry import - </pipe");
+    size_t written = 0;
+    // More than a pipe holds: it is reading then, and has looked for the service before.
+    const std::string line = "a=s=" + std::string(1000, 'x') + "\n";
+    ASSERT_TRUE(HostProcess::WaitUntil([&] {
+        const ssize_t count = write(input.Get(), line.data(), line.size());
+        if (count > 0) written += static_cast<size_t>(count);
+        return written > 200000;
+    }));
+    host.File("/proc/4712/stat", "4712 (zorn) S 1 1 1 0");
+    host.File("/proc/4712/status", "Uid:\t0\t0\t0\t0\n");
+    import.Signal(SIGKILL);
 }
 
 TEST_F(RunningService, IsNotConcernedByACopy) {
@@ -568,8 +767,8 @@ TEST_F(Registry, WorksOnACopyAsAnOrdinaryUser) {
     const auto run = Run({"set", "--directory", "/copy", "HKEY_USERS", "a", "b"}, {.uid = 1000});
     EXPECT_EQ(run.end, Exited(3));
     EXPECT_EQ(run.error,
-              "zornctl: /copy/registry: cannot be replaced by registry.new: Permission denied (run "
-              "zornctl as root)\n");
+              "zornctl: /copy/registry: cannot be replaced by registry.new.zornctl: Permission "
+              "denied (run zornctl as root)\n");
     host.Directory("/copy", 0777);
     EXPECT_EQ(Run({"set", "--directory", "/copy", "HKEY_USERS", "a", "b"}, {.uid = 1000}).end,
               Exited(0));
@@ -578,18 +777,58 @@ TEST_F(Registry, WorksOnACopyAsAnOrdinaryUser) {
 
 TEST_F(Registry, EndsWith3WhereItCannotBeWritten) {
     host.Directory(kTemporary);
-    const auto run = Run({"set", "HKEY_USERS", "a", "b"});
+    auto run = Run({"set", "HKEY_USERS", "a", "b"});
     EXPECT_EQ(run.end, Exited(3));
     EXPECT_EQ(run.error, "zornctl: " + kCurrent +
-                             ": cannot be replaced by registry.new: Is a directory (look at the "
-                             "directory and its file system)\n");
+                             ": cannot be replaced by registry.new.zornctl: Is a directory (look "
+                             "at the directory and its file system)\n");
     host.Remove(kTemporary);
-    host.Link(kTemporary, "/dev/full");
-    EXPECT_THAT(
-        Run({"set", "HKEY_USERS", "a", "b"}).error,
-        HasSubstr(kCurrent + ": cannot be replaced by registry.new: No space left on device"));
-    EXPECT_EQ(host.Read(kCurrent), kTree);
-    EXPECT_FALSE(host.Exists(kBackup));
+    run = Shell("trap '' XFSZ; ulimit -f 0; zornctl registry set HKEY_USERS a b");
+    EXPECT_EQ(run.end, Exited(3));
+    EXPECT_THAT(run.error, HasSubstr("cannot be replaced by registry.new.zornctl: File too large"));
+    EXPECT_THAT(Files(), ElementsAre("registry: " + kTree));
+}
+
+TEST_F(Registry, NeitherFollowsNorWaitsForWhatStandsInPlaceOfItsNewFile) {
+    host.File("/target", "precious", 0600);
+    host.Link(kTemporary, "/target");
+    Do({"set", "HKEY_USERS", "a", "1"});
+    EXPECT_EQ(host.Read("/target"), "precious");
+    host.Run([] {
+        struct stat status {};
+        EXPECT_EQ(stat("/target", &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0600U);
+        EXPECT_EQ(lstat(kCurrent.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
+        EXPECT_EQ(mkfifo(kTemporary.c_str(), 0600), 0);
+    });
+    Do({"set", "HKEY_USERS", "a", "2"});
+    EXPECT_EQ(Do({"get", "HKEY_USERS", "a"}), "2\n");
+    EXPECT_THAT(host.List(kDirectory), ElementsAre("registry", "registry.old"));
+}
+
+TEST_F(Registry, SaysSoWhereTheFormerFileHasMovedAndTheNewOneHasNot) {
+    host.File(kBackup, "older");
+    host.Run([] {
+        zornctl::RegistryDirectory directory{kDirectory};
+        CRegistryNode tree;
+        EXPECT_TRUE(directory.Read(tree).isFound);
+        FaultOf<&::rename> renames;
+        renames.PassThrough();
+        renames.Fail(EIO);
+        try {
+            directory.Save(tree);
+            ADD_FAILURE() << "no failure";
+        } catch (const zornctl::Failure& failure) {
+            EXPECT_EQ(failure.status, zornctl::ExitStatus::kNoAccess);
+            EXPECT_EQ(failure.cause,
+                      "cannot be replaced by registry.new.zornctl: Input/output error; what it was "
+                      "is registry.old now");
+        }
+    });
+    EXPECT_FALSE(host.Exists(kCurrent));
+    EXPECT_EQ(host.Read(kBackup), kTree);
+    EXPECT_EQ(Run({"export"}).output, kTree);
 }
 
 TEST_F(Registry, PutsADamagedFileBehindTheNewOne) {
@@ -611,7 +850,9 @@ TEST_F(Registry, IsJsonForPrograms) {
     EXPECT_EQ(list["key"], "HKEY_LOCAL_MACHINE\\SOFTWARE");
     ASSERT_EQ(list["entries"].size(), 7U);
     EXPECT_EQ(list["entries"][0], (nlohmann::json{{"key", "HKEY_LOCAL_MACHINE\\SOFTWARE"},
+                                                  {"key_escaped", false},
                                                   {"name", "Tolbrin"},
+                                                  {"name_escaped", false},
                                                   {"type", "key"},
                                                   {"value", nullptr},
                                                   {"escaped", false}}));
@@ -634,6 +875,28 @@ TEST_F(Registry, IsJsonForPrograms) {
     const auto missing = Run({"get", "--json", "HKEY_USERS", "x"}).Json();
     EXPECT_EQ(missing["error"]["path"], kCurrent);
     EXPECT_EQ(missing["error"]["cause"], "no value 'x' in HKEY_USERS");
+}
+
+TEST_F(Registry, TellsBytesOfNamesFromTextsThatLookLikeThem) {
+    host.File(kCurrent,
+              "[HKEY_USERS]\na\\xff=s=text\na\xFF=s=byte\n[k\xFF]\n\\n=s=deep\n\n\n\n");
+    const auto entries = Run({"list", "--json", "-r"}).Json()["entries"];
+    const auto row = [&](size_t place) {
+        const auto& entry = entries[place];
+        return entry["key"].get<std::string>() + (entry["key_escaped"] == true ? " (escaped): " : ": ") +
+               entry["name"].get<std::string>() + (entry["name_escaped"] == true ? " (escaped)" : "");
+    };
+    ASSERT_EQ(entries.size(), 5U);
+    EXPECT_EQ(row(1), "HKEY_USERS: a\\xff");
+    EXPECT_EQ(row(2), "HKEY_USERS: a\\xff (escaped)");
+    EXPECT_EQ(row(3), "HKEY_USERS: k\\xff (escaped)");
+    EXPECT_EQ(row(4), "HKEY_USERS\\\\k\\xff (escaped): \\n");
+    for (const auto& entry : entries) EXPECT_EQ(entry["escaped"], false);
+    const auto get = Run({"get", "--json", "HKEY_USERS/k\xFF", "\\n"}).Json();
+    EXPECT_EQ(get["key"], "HKEY_USERS\\\\k\\xff");
+    EXPECT_EQ(get["key_escaped"], true);
+    EXPECT_EQ(get["name"], "\\n");
+    EXPECT_EQ(get["name_escaped"], false);
 }
 
 TEST_F(Registry, TellsProgramsWhatAnImportHasLost) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -46,8 +48,10 @@ void CompareWithTheTrace() {
     EXPECT_EQ(Number(settings, "log_max_size"), debug.m_LogMaxSize);
     EXPECT_EQ(settings.logMaxSize, debug.m_LogMaxSize);
     EXPECT_EQ(Number(settings, "dynamic_update"), debug.m_DynamicUpdate);
-    EXPECT_EQ(Number(settings, "ring_factor"), static_cast<uint32_t>(debug.m_RingFactor));
-    EXPECT_EQ(Number(settings, "ring_weight"), static_cast<uint32_t>(debug.m_RingWeight));
+    EXPECT_EQ(Number(settings, "ring_factor"),
+              static_cast<uint32_t>(std::max(debug.m_RingFactor, 1)));
+    EXPECT_EQ(Number(settings, "ring_weight"),
+              static_cast<uint32_t>(std::max(debug.m_RingWeight, 1)));
     EXPECT_EQ(Number(settings, "no_header"), static_cast<uint32_t>(debug.m_NoHeader));
     EXPECT_EQ(Number(settings, "memory_figure") != 0, debug.m_MemoryTraces != 0);
     EXPECT_EQ(Number(settings, "trace_flags"), debug.m_TraceFlags);
@@ -164,7 +168,7 @@ TEST(TraceSettings, AreThoseOfTheTraceOnAnyMachine) {
 
 SettingsInput Input(const std::vector<std::pair<std::string, std::string>>& files,
                     const Environment& environment = {}) {
-    SettingsInput input{"/config", !files.empty(), {}, environment};
+    SettingsInput input{"/config", files.empty() ? ENOENT : 0, {}, environment};
     for (const auto& [name, text] : files) input.files.push_back({"/config/" + name, text, {}});
     return input;
 }
@@ -202,7 +206,7 @@ TEST(TraceSettings, TellWhereEachValueComesFrom) {
 }
 
 TEST(TraceSettings, HaveNoOriginWhereTheDirectoryIsEmpty) {
-    SettingsInput input{"/config", true, {}, {{"QX_LOG_DEBUG_LEVEL", "5"}}};
+    SettingsInput input{"/config", 0, {}, {{"QX_LOG_DEBUG_LEVEL", "5"}}};
     const auto settings = SettleTraceSettings(input);
     for (const auto& row : settings.rows) EXPECT_EQ(row.origin, SettingOrigin::kNone) << row.name;
     EXPECT_EQ(settings.logPath, "/log.zorn");
@@ -328,7 +332,7 @@ TEST(TraceWarnings, TellOfTheDirectoryOfTheLog) {
 }
 
 TEST(TraceWarnings, TellOfAnEmptyDirectory) {
-    SettingsInput input{"/config", true, {}, {}};
+    SettingsInput input{"/config", 0, {}, {}};
     EXPECT_THAT(Warnings(input),
                 ElementsAre("/config: the directory holds no ini file: no setting is made, not "
                             "even the default ones, and the environment is not read"));
@@ -371,7 +375,7 @@ TEST(ReadSettingsInput, ReadsTheFilesThatTheTraceReadsInTheirOrder) {
     host.Directory(std::string{kDirectory} + "/d.ini");
     host.Run([] {
         const auto input = ReadSettingsInput(kDirectory, {});
-        EXPECT_TRUE(input.isDirectoryThere);
+        EXPECT_EQ(input.error, 0);
         ASSERT_EQ(input.files.size(), 3u);
         EXPECT_EQ(input.files[0].path, std::string{kDirectory} + "/a.ini.bak");
         EXPECT_EQ(input.files[0].text, "a.ini.bak");
@@ -381,29 +385,39 @@ TEST(ReadSettingsInput, ReadsTheFilesThatTheTraceReadsInTheirOrder) {
     });
 }
 
-TEST(ReadSettingsInput, TakesADirectoryThatIsNotThereForNoSettings) {
+TEST(ReadSettingsInput, TellsWhyADirectoryCannotBeRead) {
     FakeHost host;
     host.File("/file", "");
-    host.Run([] {
-        EXPECT_FALSE(ReadSettingsInput("/nowhere", {}).isDirectoryThere);
-        EXPECT_FALSE(ReadSettingsInput("/file", {}).isDirectoryThere);
-    });
-}
-
-TEST(ReadSettingsInput, FailsOnADirectoryThatCannotBeRead) {
-    FakeHost host;
+    host.Link("/loop", "loop");
     host.Directory("/secret", 0);
     host.Run(
         [] {
-            try {
-                (void)ReadSettingsInput("/secret", {});
-                ADD_FAILURE() << "it was read";
-            } catch (const Failure& failure) {
-                EXPECT_EQ(failure.status, ExitStatus::kNoAccess);
-                EXPECT_EQ(failure.path, "/secret");
-            }
+            EXPECT_EQ(ReadSettingsInput("/nowhere", {}).error, ENOENT);
+            EXPECT_EQ(ReadSettingsInput("/file", {}).error, ENOTDIR);
+            EXPECT_EQ(ReadSettingsInput("/loop", {}).error, ELOOP);
+            EXPECT_EQ(ReadSettingsInput("/secret", {}).error, EACCES);
         },
         {.uid = 1000});
+}
+
+TEST(TraceSettings, AreThoseOfTheTraceWithADirectoryThatCannotBeRead) {
+    FakeHost host;
+    host.Link(kDirectory, "TraceConfig");
+    host.Run([] {
+        setenv("QX_LOG_DEBUG_LEVEL", "5", 1);
+        CompareWithTheTrace();
+    });
+}
+
+TEST(TraceSettings, ShowTheSizeOfTheRingThatApplies) {
+    for (const char* text : {"0", "-1", "x", ""}) {
+        SettingsInput input;
+        input.error = ENOENT;
+        input.environment = {{"TraceFileLimit", text}, {"QX_LOG_RINGBUF_WEIGHT", text}};
+        const auto settings = SettleTraceSettings(input);
+        EXPECT_EQ(Find(settings, "ring_factor").value, "1") << text;
+        EXPECT_EQ(Find(settings, "ring_weight").value, "1") << text;
+    }
 }
 
 TEST(ParseEnvironment, KeepsTheFirstOfTwoAndSkipsWhatIsNone) {

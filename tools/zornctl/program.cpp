@@ -50,10 +50,14 @@ ExitStatus RunAndTell(const Arguments& arguments, Output& output) {
     } catch (const ReaderGone&) {
         return ExitStatus::kDone;
     } catch (const std::bad_alloc&) {
-        output.WriteFailure({ExitStatus::kNoAccess, {}, "not enough memory", {}});
+        output.WriteFailure({ExitStatus::kNoAccess,
+                             {},
+                             "not enough memory",
+                             "let more memory be free, or raise its limit"});
         return ExitStatus::kNoAccess;
     } catch (const std::system_error& error) {
-        output.WriteFailure({ExitStatus::kNoAccess, {}, error.what(), {}});
+        output.WriteFailure(
+            {ExitStatus::kNoAccess, {}, error.what(), "look at the messages of the kernel"});
         return ExitStatus::kNoAccess;
     }
 }

@@ -58,7 +58,7 @@ void WriteObject(const TraceSettings& settings, const SettingsInput& input, Outp
                             {"remedy", JsonText(warning.remedy)}});
     }
     output.WriteJson({{"directory", JsonText(input.directory)},
-                      {"directory_exists", input.isDirectoryThere},
+                      {"directory_exists", input.error == 0},
                       {"log", JsonText(settings.logPath)},
                       {"settings", std::move(rows)},
                       {"warnings", std::move(warnings)}});
@@ -69,7 +69,7 @@ void WriteTables(const TraceSettings& settings, const SettingsInput& input, Outp
     std::vector<std::vector<Cell>> rows;
     for (const auto& row : settings.rows) rows.push_back({row.title, row.value, FormatSource(row)});
     const std::string logSource =
-        input.isDirectoryThere ? "" : input.directory + " does not exist: no ini file is read";
+        input.error == 0 ? "" : input.directory + " does not exist: no ini file is read";
     rows.push_back({"log file", settings.logPath, logSource});
     output.WriteText(FormatTable({"SETTING", "VALUE", "SOURCE"}, rows, style));
     if (settings.warnings.empty()) return;
@@ -89,7 +89,8 @@ ExitStatus RunCheckConfig(const Arguments& arguments, Output& output) {
     const auto input = ReadSettingsInput(wish.value_or(kConfigDirectory),
                                          pid ? EnvironmentOf(*pid) : OwnEnvironment());
     // The service's own may be missing, one that was asked for by its name may not.
-    if (wish && !input.isDirectoryThere) throw SystemFailure(*wish, ENOENT);
+    const bool isMissing = input.error == ENOENT || input.error == ENOTDIR;
+    if (input.error != 0 && (wish || !isMissing)) throw SystemFailure(input.directory, input.error);
     const auto settings = SettleTraceSettings(input);
     if (output.IsJson())
         WriteObject(settings, input, output);

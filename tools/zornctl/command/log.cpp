@@ -1,3 +1,6 @@
+#include <cerrno>
+#include <system_error>
+
 #include "zornctl/command/commands.h"
 #include "zornctl/command/trace_view.h"
 #include "zornctl/order/order_log.h"
@@ -12,7 +15,13 @@ namespace {
 
 /// Where a service with the environment of this process writes.
 std::string DefaultLog() {
-    return SettleTraceSettings(ReadSettingsInput(kConfigDirectory, OwnEnvironment())).logPath;
+    const auto input = ReadSettingsInput(kConfigDirectory, OwnEnvironment());
+    auto path = SettleTraceSettings(input).logPath;
+    if (input.error != 0 && input.error != ENOENT) {
+        Output::WriteNote(input.directory + ": " + std::generic_category().message(input.error) +
+                          ": without its ini files, the log is " + path);
+    }
+    return path;
 }
 
 /// The first line of a log stays as long as its service runs, unless the passes begin there.

@@ -9,6 +9,7 @@
 
 #include "service/version_record.h"
 #include "trace/file_text.h"
+#include "zornctl/order/trace_prefix.h"
 
 namespace zornctl {
 
@@ -25,7 +26,29 @@ bool HasAnotherRoot(const fs::path& process) {
     return own.st_dev != other.st_dev || own.st_ino != other.st_ino;
 }
 
+/// Whether the process, by its folder in /proc, is one of the service; `executable` is empty if it is
+/// not known.
+bool IsService(const fs::path& process, const fs::path& executable) {
+    const auto stat = ReadFileText((process / "stat").c_str());
+    if (!stat || ParseProcessName(*stat) != kServiceName) return false;
+    const auto status = ReadFileText((process / "status").c_str());
+    if (!status || !IsOfRoot(*status)) return false;
+    // "zorn (deleted)" and the like are it too.
+    if (!executable.empty() && !executable.filename().native().starts_with(kServiceName))
+        return false;
+    return !HasAnotherRoot(process);
+}
+
 }  // namespace
+
+bool IsOfRoot(std::string_view status) {
+    constexpr std::string_view kKey = "Uid:\t";
+    while (!status.empty()) {
+        const auto line = TakeLine(status);
+        if (line.starts_with(kKey)) return line.substr(kKey.size()).starts_with("0\t0\t");
+    }
+    return false;
+}
 
 std::string ParseProcessName(std::string_view stat) {
     const auto open = stat.find('(');
@@ -43,11 +66,9 @@ std::vector<ServiceProcess> FindServiceProcesses() {
         uint32_t pid = 0;
         const auto [behind, bad] = std::from_chars(name.data(), name.data() + name.size(), pid);
         if (bad != std::errc{} || behind != name.data() + name.size()) continue;
-        const auto stat = ReadFileText((entry->path() / "stat").c_str());
-        if (!stat || ParseProcessName(*stat) != kServiceName) continue;
-        if (HasAnotherRoot(entry->path())) continue;
         std::error_code unknown;
-        found.push_back({pid, fs::read_symlink(entry->path() / "exe", unknown).native()});
+        const auto executable = fs::read_symlink(entry->path() / "exe", unknown);
+        if (IsService(entry->path(), executable)) found.push_back({pid, executable.native()});
     }
     std::sort(found.begin(), found.end(),
               [](const auto& a, const auto& b) { return a.pid < b.pid; });

@@ -42,7 +42,8 @@ struct NumberRow {
     std::string_view key;       ///< empty: the ini files have no say
     bool isGlobal;              ///< the key stands in the global section
     uint32_t fallback;
-    uint32_t unread;  ///< where nothing is read at all
+    uint32_t unread;          ///< where nothing is read at all
+    bool isRingSize = false;  ///< what is less than 1 counts as 1 when a ring is made
 };
 
 constexpr uint32_t kDefaultMaxSize = 20971520;
@@ -53,9 +54,9 @@ constexpr std::array kNumberRows{
     NumberRow{"dynamic_update", "seconds between updates", "QX_LOG_DYNAMIC_UPDATE", "DynamicUpdate",
               true, 0, 0},
     NumberRow{"ring_factor", "size of the ring, MiB", "TraceFileLimit", "RingBufferSizeFactor",
-              false, 0, 0},
+              false, 1, 1, true},
     NumberRow{"ring_weight", "times this", "QX_LOG_RINGBUF_WEIGHT", "RingBufferSizeWeight", false,
-              0, 0},
+              1, 1, true},
     NumberRow{"no_header", "no header in the log", "QX_LOG_NOHDR_TOSDTERR", "NoHeaderToStderr",
               false, 1, 0},
     NumberRow{"memory_figure", "memory figure in each line", "", "MemoryTracesFlag", false, 1, 0},
@@ -66,6 +67,12 @@ constexpr std::array kNumberRows{
 uint32_t Allowed(const NumberRow& row, long value) {
     const auto number = static_cast<uint32_t>(value);
     return row.isGlobal && number == kIniAbsent ? row.fallback : number;
+}
+
+/// What a number that was taken comes to.
+uint32_t Effective(const NumberRow& row, uint32_t number) {
+    return row.isRingSize ? static_cast<uint32_t>(std::max(static_cast<int32_t>(number), 1))
+                          : number;
 }
 
 /// Variables that begin like those of the trace and are no mistake.
@@ -124,7 +131,7 @@ class Settler {
     explicit Settler(const SettingsInput& input) : m_Input(input) {}
 
     TraceSettings Settle() {
-        m_IsUnread = input().isDirectoryThere && input().files.empty();
+        m_IsUnread = input().error == 0 && input().files.empty();
         CheckFiles();
         FindSections();
         SettleDirectory();
@@ -210,7 +217,8 @@ class Settler {
         }
     }
 
-    void CheckIniNumber(const Section& section, std::string_view key) {
+    void CheckIniNumber(const Section& section, const NumberRow& row) {
+        const auto key = row.key;
         CheckKey(section, key);
         const auto text = FindIniText(section.body, key, kLongestNumber);
         if (!text) return;
@@ -224,10 +232,11 @@ class Settler {
         } else if (digits.size() > 1 && digits.starts_with('0')) {
             Warn(PlaceOf(section, key),
                  "a number that begins with 0 is read as octal: it counts as " +
-                     std::to_string(*number),
+                     std::to_string(Effective(row, *number)),
                  "leave out the 0");
         } else if (!IsPlainly(digits, *number)) {
-            Warn(PlaceOf(section, key), CountsAs(digits, *number), "write decimal digits");
+            Warn(PlaceOf(section, key), CountsAs(digits, Effective(row, *number)),
+                 "write decimal digits");
         }
     }
 
@@ -244,16 +253,17 @@ class Settler {
         return found->second;
     }
 
-    void CheckNumberVariable(std::string_view name, const std::string& text, uint32_t number) {
+    void CheckNumberVariable(const NumberRow& row, const std::string& text, uint32_t number) {
         if (IsPlainly(text, number)) return;
-        Warn(std::string{name}, CountsAs(text, number), "unset it, or give it decimal digits");
+        Warn(std::string{row.variable}, CountsAs(text, Effective(row, number)),
+             "unset it, or give it decimal digits");
     }
 
     void SettleNumber(const NumberRow& row) {
         Setting setting{row.name, row.title, {}, true, SettingOrigin::kDefault, {}};
         const auto value = m_IsUnread ? row.unread : FindNumber(row, setting);
         if (m_IsUnread) setting.origin = SettingOrigin::kNone;
-        setting.value = std::to_string(value);
+        setting.value = std::to_string(Effective(row, value));
         if (row.name == "log_max_size") m_Result.logMaxSize = value;
         m_Result.rows.push_back(std::move(setting));
     }
@@ -263,10 +273,10 @@ class Settler {
         const auto& section = row.isGlobal ? m_Global : m_Program;
         CheckMisplaced(row, row.isGlobal ? m_Program : m_Global);
         const bool hasKey = section && !row.key.empty();
-        if (hasKey) CheckIniNumber(*section, row.key);
+        if (hasKey) CheckIniNumber(*section, row);
         if (const auto text = Variable(row.variable)) {
             const auto number = Allowed(row, strtol(text->c_str(), nullptr, 10));
-            CheckNumberVariable(row.variable, *text, number);
+            CheckNumberVariable(row, *text, number);
             setting.origin = SettingOrigin::kEnvironment;
             setting.place = row.variable;
             return number;
@@ -368,18 +378,17 @@ TraceSettings SettleTraceSettings(const SettingsInput& input) {
 }
 
 SettingsInput ReadSettingsInput(const std::string& directory, Environment environment) {
-    SettingsInput input{directory, false, {}, std::move(environment)};
+    SettingsInput input{directory, 0, {}, std::move(environment)};
     std::error_code error;
-    const fs::directory_iterator entries{directory, error};
-    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory) {
-        return input;
+    for (fs::directory_iterator entry{directory, error}, end; !error && entry != end;
+         entry.increment(error)) {
+        const auto path = entry->path();
+        if (IsIniName(path.filename().native())) {
+            input.files.push_back(ReadSettingsFile(path.native()));
+        }
     }
-    if (error) throw SystemFailure(directory, error.value());
-    input.isDirectoryThere = true;
-    for (const auto& entry : entries) {
-        const auto name = entry.path().filename().native();
-        if (IsIniName(name)) input.files.push_back(ReadSettingsFile(entry.path().native()));
-    }
+    input.error = error.value();
+    if (error) input.files.clear();
     std::sort(input.files.begin(), input.files.end(),
               [](const auto& a, const auto& b) { return a.path < b.path; });
     return input;

@@ -26,7 +26,7 @@ struct SettingsFile {
 /// What the settings are made from.
 struct SettingsInput {
     std::string directory;
-    bool isDirectoryThere = false;
+    int error = 0;                    ///< why the directory cannot be read; 0: it was read
     std::vector<SettingsFile> files;  ///< in the order of their names
     Environment environment;
 };
@@ -64,7 +64,8 @@ struct TraceSettings {
 /// Finds all settings and warnings. Pure. Thread-safety of all here: any thread; no state.
 [[nodiscard]] TraceSettings SettleTraceSettings(const SettingsInput& input);
 
-/// Reads the directory and its ini files. Throws `Failure` if it is there and cannot be read.
+/// Reads the directory and its ini files. Of one that cannot be read the service takes as much as of
+/// one that is not there: nothing.
 [[nodiscard]] SettingsInput ReadSettingsInput(const std::string& directory,
                                               Environment environment);
 
