@@ -184,19 +184,25 @@ void CDebug::WriteLine(FileSink file, const char* fmt, va_list args,
 }
 
 void CDebug::WriteToSinks(FileSink file, const char* fmt, va_list args, const char* name) {
-    const uint32_t target = m_TraceTarget;
-    if (target == kTargetRing) {
-        va_list copy;
-        va_copy(copy, args);
-        WriteToRing(fmt, copy, name);
-        va_end(copy);
+    const bool isForFile = m_TraceTarget == kTargetLogFile || file == FileSink::Always;
+    if (m_TraceTarget == kTargetRing) {
+        if (!isForFile) return WriteToRing(fmt, args, name);
+        WriteCopyToRing(fmt, args, name);
     }
-    if (target == kTargetLogFile || file == FileSink::Always) WriteToLogFile(fmt, args, name);
+    if (isForFile) WriteToLogFile(fmt, args, name);
 }
 
-size_t CDebug::FormatPrefix(char* buffer, const char* name) {
+/// Leaves the arguments for the log file.
+void CDebug::WriteCopyToRing(const char* fmt, va_list args, const char* name) {
+    va_list copy;
+    va_copy(copy, args);
+    WriteToRing(fmt, copy, name);
+    va_end(copy);
+}
+
+size_t CDebug::FormatPrefix(char* buffer, const char* name, size_t kept) {
     if (name == nullptr) name = m_ProgramName != nullptr ? m_ProgramName : "";
-    return m_Prefix.Format(buffer, name, m_MemoryTraces != 0);
+    return m_Prefix.Format(buffer, name, m_MemoryTraces != 0, kept);
 }
 
 void CDebug::PrintTo(unsigned target, const char* fmt, ...) {

@@ -153,8 +153,9 @@ class ZORN_API CDebug : public CDebugTraceConfig {
     [[nodiscard]] bool InitRingBuffer(const char* path, size_t len) REQUIRES(m_Lock);
 
   protected:
-    /// The prefix of a line into `buffer`, which takes `kPrefixSize` bytes and a NUL; its length.
-    size_t FormatPrefix(char* buffer, const char* name) REQUIRES(m_Lock);
+    /// The prefix of a line into `buffer`, which takes `kPrefixSize` bytes and a NUL; its length. The
+    /// first `kept` bytes, at most 16, stay as they are.
+    size_t FormatPrefix(char* buffer, const char* name, size_t kept = 0) REQUIRES(m_Lock);
 
     void WriteToLogFile(const char* fmt, va_list args, const char* name)
         __attribute__((format(printf, 2, 0))) REQUIRES(m_Lock);
@@ -174,6 +175,8 @@ class ZORN_API CDebug : public CDebugTraceConfig {
         __attribute__((format(printf, 3, 0)));
     void WriteToSinks(FileSink file, const char* fmt, va_list args, const char* name)
         __attribute__((format(printf, 3, 0))) REQUIRES(m_Lock);
+    void WriteCopyToRing(const char* fmt, va_list args, const char* name)
+        __attribute__((format(printf, 2, 0))) REQUIRES(m_Lock);
     void UpdateDynamically();
     bool ReadConfig(const char* name) REQUIRES(m_Lock);
     void SetProgramName(const char* name) REQUIRES(m_Lock);
@@ -192,11 +195,14 @@ class ZORN_API CDebug : public CDebugTraceConfig {
     bool PrefillRing(int32_t length) REQUIRES(m_Lock);
     bool MapRing(const char* path, size_t length) REQUIRES(m_Lock);
     void PrintRingHeader(uint64_t limit) REQUIRES(m_Lock);
-    void FormatToRing(const char* fmt, va_list args, va_list again, const char* name)
+    void FormatToRing(const char* fmt, va_list args, const char* name)
         __attribute__((format(printf, 2, 0))) REQUIRES(m_Lock);
+    void AppendLongToRing(const char* begin, size_t prefixLength, size_t length, const char* fmt,
+                          va_list args) __attribute__((format(printf, 5, 0))) REQUIRES(m_Lock);
     void AppendToRing(char* line, size_t length) REQUIRES(m_Lock);
     [[nodiscard]] bool FitsRing(size_t length) const REQUIRES(m_Lock);
     void StoreInRing(const char* line, size_t length) REQUIRES(m_Lock);
+    void FinishInRing(const char* line, size_t length) REQUIRES(m_Lock);
     void ContinueRingAt(uint64_t offset) REQUIRES(m_Lock);
     void WrapRing() REQUIRES(m_Lock);
     void CloseRing() REQUIRES(m_Lock);

@@ -24,6 +24,7 @@ constexpr const char* kGlobalSection = "GlobalDebugSettings";
 constexpr const char* kDefaultLogDirectory = "/var/log/tolbrin";
 constexpr uint32_t kDefaultLogMaxSize = 0x1400000;
 constexpr std::string_view kEndMark = "## TRACE-END ##\n";
+static_assert(kEndMark.size() == kEndMarkSize);
 constexpr size_t kZeroBytesBehindFile = 16;
 
 /// The names that `scandir` gave.

@@ -23,6 +23,9 @@ struct TraceIniFile {
 /// How many bytes a path of the trace takes at most, its NUL included.
 inline constexpr size_t kTracePathSize = 256;
 
+/// Bytes of the mark behind the newest line of a ring.
+inline constexpr size_t kEndMarkSize = 16;
+
 /// The settings of the trace and the state that they are part of; `CDebug` adds the operations of
 /// the trace to it. The fields stand in one fixed order because the object is exported to modules.
 ///

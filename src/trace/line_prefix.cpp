@@ -27,17 +27,23 @@ namespace {
 constexpr size_t kStampSize = 32;
 constexpr size_t kMemoryColumns = 8;
 
-/// Forks of this process and its ancestors since the first prefix, plus one.
+/// Forks of this process and its ancestors since the first prefix, plus one; 0 before that.
 std::atomic<unsigned> g_ForkCount{0};
 
 void CountFork() {
     g_ForkCount.fetch_add(1, std::memory_order_relaxed);
 }
 
-unsigned ForkCount() {
-    static const int registered = (CountFork(), pthread_atfork(nullptr, nullptr, CountFork));
+unsigned BeginToCountForks() {
     // Without the handler nothing may be kept: every call is another process.
-    return registered == 0 ? g_ForkCount.load(std::memory_order_relaxed) : ++g_ForkCount;
+    static std::atomic<unsigned> calls{0};
+    if (calls == 0 && pthread_atfork(nullptr, nullptr, CountFork) == 0) CountFork();
+    return ++calls;
+}
+
+unsigned ForkCount() {
+    const unsigned count = g_ForkCount.load(std::memory_order_relaxed);
+    return count != 0 ? count : BeginToCountForks();
 }
 
 /// Gives the length of the date, or 0 if it cannot be told.
@@ -55,14 +61,14 @@ size_t FormatStamp(char (&stamp)[kStampSize], const timeval& now) {
     return length;
 }
 
-/// Writes `number` right-aligned into `width` bytes, what is left of them filled with `pad`.
-void PutNumber(char* place, size_t width, uint64_t number, char pad) {
-    size_t at = width;
+/// Writes `number` right-aligned into the memory figure's column.
+void PutMemory(char* place, uint64_t number) {
+    size_t at = kMemoryColumns;
     do {
         place[--at] = static_cast<char>('0' + number % 10);
         number /= 10;
     } while (number > 0 && at > 0);
-    memset(place, pad, at);
+    memset(place, ' ', at);
 }
 
 }  // namespace
@@ -72,7 +78,7 @@ LinePrefix::~LinePrefix() {
     if (m_Statm >= 0) close(std::exchange(m_Statm, -1));
 }
 
-size_t LinePrefix::Format(char* buffer, const char* name, bool withMemory) {
+size_t LinePrefix::Format(char* buffer, const char* name, bool withMemory, size_t kept) {
     timeval now{};
     (void)gettimeofday(&now, nullptr);
     if (const unsigned forks = ForkCount(); forks != m_ForkCount) {
@@ -83,11 +89,14 @@ size_t LinePrefix::Format(char* buffer, const char* name, bool withMemory) {
     if (!Serves(now, name, withMemory) || resident > kLargestInColumn) {
         Build(now, name, resident, withMemory);
     }
-    memcpy(buffer, m_Text, m_Length);
+    memcpy(buffer + kept, m_Text + kept, m_Length - kept);
     if (m_MillisecondsAt != 0) {
-        PutNumber(buffer + m_MillisecondsAt, 3, static_cast<uint64_t>(now.tv_usec / 1000), '0');
+        const auto milliseconds = static_cast<unsigned>(now.tv_usec / 1000);
+        buffer[m_MillisecondsAt] = static_cast<char>('0' + milliseconds / 100);
+        buffer[m_MillisecondsAt + 1] = static_cast<char>('0' + milliseconds / 10 % 10);
+        buffer[m_MillisecondsAt + 2] = static_cast<char>('0' + milliseconds % 10);
     }
-    if (m_MemoryAt != 0) PutNumber(buffer + m_MemoryAt, kMemoryColumns, resident, ' ');
+    if (m_MemoryAt != 0) PutMemory(buffer + m_MemoryAt, resident);
     return m_Length;
 }
 
@@ -115,7 +124,8 @@ void LinePrefix::Build(const timeval& now, const char* name, uint64_t resident, 
     } else {
         length = snprintf(m_Text, sizeof m_Text, "%s [%010d] %-13s ", stamp, m_Pid, name);
     }
-    m_Length = static_cast<size_t>(std::clamp(length, 0, static_cast<int>(kPrefixSize)));
+    m_Length = static_cast<size_t>(
+        std::clamp(length, static_cast<int>(kSteadySize), static_cast<int>(kPrefixSize)));
     m_MillisecondsAt = dateLength != 0 ? dateLength + 1 : 0;
     m_IsPattern = resident <= kLargestInColumn;
     m_MemoryAt = withMemory && m_IsPattern ? strlen(stamp) + sizeof " [0000000000] " - 1 : 0;

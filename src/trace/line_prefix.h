@@ -10,6 +10,9 @@
 /// The most bytes that the prefix of a line takes, without NUL.
 inline constexpr size_t kPrefixSize = 128;
 
+/// So many bytes at its beginning do not change within a second.
+inline constexpr size_t kSteadySize = 16;
+
 /// What stands in front of every line: time stamp, process number, memory figure if wanted, name.
 /// Kept from line to line and made anew only where it changed, since making it whole costs more
 /// than writing the line. Thread-safety: none; the trace's lock covers it.
@@ -21,8 +24,12 @@ class LinePrefix {
     LinePrefix& operator=(const LinePrefix&) = delete;
 
     /// Writes the prefix of a line of now into `buffer`, which takes `kPrefixSize` bytes and a NUL;
-    /// gives its length. With `withMemory` it shows what the kernel counts as resident, in KiB.
-    size_t Format(char* buffer, const char* name, bool withMemory);
+    /// gives its length. With `withMemory` it shows what the kernel counts as resident, in KiB. The
+    /// first `kept` bytes of the buffer, at most `kSteadySize`, stay as they are.
+    size_t Format(char* buffer, const char* name, bool withMemory, size_t kept = 0);
+
+    /// The first `kSteadySize` bytes of the prefix last made: date, hour and minute.
+    [[nodiscard]] const char* Head() const { return m_Text; }
 
   private:
     /// The widest figure that the column of the kept prefix takes; a wider one shifts the rest.

@@ -15,4 +15,8 @@ inline constexpr size_t kTextSize = 1024;
 
 /// Ends the line of `length` bytes with a newline if it has none; gives the new length. The buffer
 /// takes a byte more than the line.
-[[nodiscard]] size_t EndWithNewline(char* line, size_t length);
+[[nodiscard]] inline size_t EndWithNewline(char* line, size_t length) {
+    if (length > 0 && line[length - 1] == '\n') return length;
+    line[length] = '\n';
+    return length + 1;
+}

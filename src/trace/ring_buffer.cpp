@@ -38,6 +38,8 @@
 
 namespace {
 
+static_assert(kEndMarkSize == kSteadySize, "the rest of a line is made while the mark stands");
+
 constexpr size_t kBlockSize = 1024;
 constexpr int kRingFileMode = 0x81C0;  // a regular file of mode 0700
 /// Two blocks behind the end of the header are looked at for the beginning of the ring proper.
@@ -217,30 +219,46 @@ void CDebug::CloseRing() {
 
 void CDebug::WriteToRing(const char* fmt, va_list args, const char* name) {
     if (fmt == nullptr || m_RingBase == nullptr) return;
+    DropExceptions([&]() REQUIRES(m_Lock) { FormatToRing(fmt, args, name); });
+}
+
+/// Most lines are made where they are to stand: behind the end mark, which stays until they are whole.
+void CDebug::FormatToRing(const char* fmt, va_list args, const char* name) {
+    const bool isInPlace = FitsRing(kPrefixSize + kTextSize + 1);
+    char* const line = isInPlace ? m_RingBase + m_RingPos : m_InternalDebugBuffer;
+    const size_t prefixLength = FormatPrefix(line, name, isInPlace ? kEndMarkSize : 0);
     va_list again;
     va_copy(again, args);
-    DropExceptions([&]() REQUIRES(m_Lock) { FormatToRing(fmt, args, again, name); });
+    const int textLength = FormatText(line + prefixLength, kTextSize + 1, fmt, args);
+    const size_t length = prefixLength + static_cast<size_t>(std::max(textLength, 0));
+    if (textLength > static_cast<int>(kTextSize)) {
+        AppendLongToRing(line, prefixLength, length, fmt, again);
+    } else if (isInPlace) {
+        FinishInRing(m_Prefix.Head(), EndWithNewline(line, length));
+    } else {
+        AppendToRing(line, EndWithNewline(line, length));
+    }
     va_end(again);
 }
 
-void CDebug::FormatToRing(const char* fmt, va_list args, va_list again, const char* name) {
+/// The same for a line of `length` bytes that is too long for its place; `begin` has its prefix.
+void CDebug::AppendLongToRing(const char* begin, size_t prefixLength, size_t length,
+                              const char* fmt, va_list args) {
     char* line = m_InternalDebugBuffer;
-    const size_t prefixLength = FormatPrefix(line, name);
-    char* const text = line + prefixLength;
-    const int textLength = FormatText(text, kTextSize + 1, fmt, args);
-    size_t length = prefixLength + static_cast<size_t>(std::max(textLength, 0));
-
+    memcpy(line, m_Prefix.Head(), kEndMarkSize);
+    memmove(line + kEndMarkSize, begin + kEndMarkSize, prefixLength - kEndMarkSize);
     std::unique_ptr<char, Free> longLine;
-    if (textLength <= static_cast<int>(kTextSize)) {
-        // it stands in the line buffer whole
-    } else if (static_cast<uint64_t>(textLength) > m_RingSize / 10) {
-        length =
-            prefixLength + CutText(text, "\n## WARNING: TRACE-SIZE TOO BIG: Output Truncated!\n");
-    } else if (longLine.reset(static_cast<char*>(malloc(length + 2))); !longLine) {
-        length = prefixLength + CutText(text, "\n## ERROR: No memory: Output Truncated!\n");
-    } else {
+    const bool isTooLong = length - prefixLength > m_RingSize / 10;
+    if (!isTooLong) longLine.reset(static_cast<char*>(malloc(length + 2)));
+    if (longLine != nullptr) {
         line = static_cast<char*>(memcpy(longLine.get(), line, prefixLength));
-        (void)FormatText(line + prefixLength, length - prefixLength + 1, fmt, again);
+        (void)FormatText(line + prefixLength, length - prefixLength + 1, fmt, args);
+    } else {
+        (void)FormatText(line + prefixLength, kTextSize + 1, fmt, args);
+        length = prefixLength +
+                 CutText(line + prefixLength,
+                         isTooLong ? "\n## WARNING: TRACE-SIZE TOO BIG: Output Truncated!\n"
+                                   : "\n## ERROR: No memory: Output Truncated!\n");
     }
     AppendToRing(line, EndWithNewline(line, length));
 }
@@ -267,19 +285,28 @@ void CDebug::AppendToRing(char* line, size_t length) {
 
 /// Puts a line in place of the end mark at `m_RingPos`, and the mark behind it.
 void CDebug::StoreInRing(const char* line, size_t length) {
+    const size_t atMark = std::min(length, kEndMarkSize);
+    memcpy(m_RingBase + m_RingPos + atMark, line + atMark, length - atMark);
+    FinishInRing(line, length);
+}
+
+/// The same for a line of which all but what is to stand in place of the mark is there.
+void CDebug::FinishInRing(const char* line, size_t length) {
     char* const place = m_RingBase + m_RingPos;
-    const size_t atMark = std::min<size_t>(length, m_EndMarkLength);
-    memcpy(place + atMark, line + atMark, length - atMark);
-    memcpy(place + length, m_EndMark, m_EndMarkLength);
+    memcpy(place + length, m_EndMark, kEndMarkSize);
     KeepOrderOfStores();
-    memcpy(place, line, atMark);
+    if (length >= kEndMarkSize) {
+        memcpy(place, line, kEndMarkSize);
+    } else {
+        memcpy(place, line, length);
+    }
     m_RingPos += length;
 }
 
 /// The next line is to be stored there: a mark stands wherever one may be.
 void CDebug::ContinueRingAt(uint64_t offset) {
     m_RingPos = offset;
-    memcpy(m_RingBase + offset, m_EndMark, m_EndMarkLength);
+    memcpy(m_RingBase + offset, m_EndMark, kEndMarkSize);
     KeepOrderOfStores();
 }
 
