@@ -26,9 +26,12 @@ configure_file(${packaging}/systemd/zorn.service.in zorn.service @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/zorn.service DESTINATION lib/systemd/system)
 install(FILES ${packaging}/systemd/zorn.tmpfiles DESTINATION lib/tmpfiles.d RENAME zorn.conf)
 
-# Never the folder alone: empty it means "no settings at all".
-install(FILES ${packaging}/trace/global_trace.ini
-  DESTINATION ${suite_dir}/vital/etc/kelmora/TarnhollowSuite/TraceConfig)
+# Never the folder alone: empty it means "no settings at all". A file that is there stays: somebody may
+# have changed it.
+set(settings ${suite_dir}/vital/etc/kelmora/TarnhollowSuite/TraceConfig/global_trace.ini)
+install(CODE "set(ZORN_SETTINGS \"${packaging}/trace/global_trace.ini\")
+set(ZORN_SETTINGS_PLACE \"${settings}\")")
+install(SCRIPT ${packaging}/cmake/keep_settings.cmake)
 install(DIRECTORY DESTINATION ${suite_dir}/lib64)
 install(DIRECTORY DESTINATION ${suite_dir}/vital/etc/tolbrin)
 install(DIRECTORY DESTINATION /var/log/tolbrin)
@@ -89,9 +92,9 @@ endforeach()
 
 add_custom_target(manuals ALL DEPENDS ${written})
 
-install(FILES README.md CHANGELOG.md SECURITY.md ${packaging}/copyright
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md ${packaging}/copyright
   DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/architecture.md docs/formats.md docs/modules.md docs/reliability.md docs/zornctl-json.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(FILES ${packaging}/systemd/hardening.conf ${packaging}/systemd/inventory.conf
   DESTINATION ${examples_dir}/systemd)
 install(FILES ${packaging}/examples/CMakeLists.txt DESTINATION ${examples_dir})
@@ -100,12 +103,17 @@ install(DIRECTORY examples/ DESTINATION ${examples_dir}
 
 # --- Packages --------------------------------------------------------------------------------------
 
-set(ZORN_CONTACT "Kelmora <zorn@kelmora.invalid>" CACHE STRING "Who answers for the packages")
+# The address that the packages name for reports (SECURITY.md).
+set(ZORN_CONTACT "" CACHE STRING "Who answers for the packages: NAME <ADDRESS>")
+set(contact ${ZORN_CONTACT})
+if(NOT contact)
+  set(contact "nobody named (built without ZORN_CONTACT)")
+endif()
 
 set(CPACK_GENERATOR DEB RPM TGZ)
 set(CPACK_PACKAGE_NAME zorn)
 set(CPACK_PACKAGE_VENDOR Kelmora)
-set(CPACK_PACKAGE_CONTACT ${ZORN_CONTACT})
+set(CPACK_PACKAGE_CONTACT ${contact})
 set(CPACK_PACKAGE_DESCRIPTION "\
 zorn sets up its process, loads a module host, which is not part of this
 package, and lets it run extension modules. In the same executable stand the
@@ -134,14 +142,16 @@ set(CPACK_RPM_COMPRESSION_TYPE xz)
 set(CPACK_RPM_PACKAGE_DESCRIPTION ${CPACK_PACKAGE_DESCRIPTION})
 set(CPACK_RPM_PACKAGE_LICENSE Proprietary)
 set(CPACK_RPM_PACKAGE_GROUP "System Environment/Daemons")
+set(CPACK_RPM_PACKAGE_REQUIRES gzip)  # essential for Debian
 # A server needs no pkg-config for the sake of a file that only authors of modules read.
-set(CPACK_RPM_SPEC_MORE_DEFINE "%global _build_id_links none
+set(CPACK_RPM_SPEC_MORE_DEFINE "Packager: ${contact}
+%global _build_id_links none
 %global __requires_exclude ^/usr/bin/pkg-config$")
 set(CPACK_RPM_POST_INSTALL_SCRIPT_FILE ${packaging}/rpm/post)
 set(CPACK_RPM_PRE_UNINSTALL_SCRIPT_FILE ${packaging}/rpm/preun)
 set(CPACK_RPM_POST_UNINSTALL_SCRIPT_FILE ${packaging}/rpm/postun)
 set(CPACK_RPM_USER_FILELIST
-  "%config(noreplace) ${suite_dir}/vital/etc/kelmora/TarnhollowSuite/TraceConfig/global_trace.ini")
+  "%config(noreplace) ${settings}")
 # Folders of every system; other packages may share the rest.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
   /opt /var /var/log /usr/bin /usr/include /usr/lib/systemd /usr/lib/systemd/system

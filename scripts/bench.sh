@@ -17,5 +17,7 @@ for program in build/bench/bin/*_bench; do
         --benchmark_min_time=0.1 --benchmark_report_aggregates_only=true \
         --benchmark_out="$program.json" --benchmark_out_format=json "$@" >/dev/null
 done
-python3 bench/compare.py build/bench/bin/*_bench.json
-python3 bench/daemon.py build/bench/bin/zorn build/bench/lib
+status=0
+python3 bench/compare.py build/bench/bin/*_bench.json || status=1
+python3 bench/daemon.py build/bench/bin/zorn build/bench/lib || status=1
+exit "$status"

@@ -8,7 +8,7 @@
 # shellcheck source=scripts/lib.sh
 source "$(dirname "$0")/lib.sh"
 
-steps=(format includes owners wording shell clang tidy release asan tsan)
+steps=(format includes owners wording shell clang fuzz tidy release asan tsan)
 
 # --- The texts -----------------------------------------------------------------------------------
 
@@ -79,6 +79,11 @@ step_shell() {
 # The release as clang builds it, with its thread-safety analysis (-Werror).
 step_clang() {
     build clang -DZORN_TESTS=OFF
+}
+
+# The seeds of every fuzz target once, and the inputs that earlier runs have kept here.
+step_fuzz() {
+    scripts/fuzz.sh --runs 0
 }
 
 # clang-tidy over the product; the checks and their reasons are in .clang-tidy.

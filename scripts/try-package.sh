@@ -13,6 +13,7 @@ source "$(dirname "$0")/lib.sh"
 trial=$PWD/build/trial
 settings=opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig
 log=var/log/tolbrin/log.zorn
+contact='Trial <trial@example.com>'
 
 main() {
     ((EUID == 0)) || die 'a userland of its own takes root'
@@ -20,12 +21,12 @@ main() {
     local version
     version=$(sed -n 's/^project(zorn VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
     rm -rf build/packages
-    scripts/package.sh --version "$version.1"
-    scripts/package.sh
+    scripts/package.sh --contact "$contact" --version "$version.1"
+    scripts/package.sh --contact "$contact"
     fetch_userland base
     try_deb build/packages/zorn_"$version"{,.1}_amd64.deb
     try_rpm build/packages/zorn-"$version"{,.1}-1.x86_64.rpm
-    try_archive build/packages/zorn-"$version"-x86_64.tar.gz
+    try_archive build/packages/zorn-"$version"{,.1}-x86_64.tar.gz
     fetch_userland base-systemd --include=systemd,systemd-sysv
     try_systemd build/packages/zorn_"$version"{,.1}_amd64.deb
     say 'everything as it should be'
@@ -147,6 +148,7 @@ try_deb() { # PACKAGE NEWER-PACKAGE
     inside dpkg -i "$old"
     expect 'the settings are there' level_is 1
     expect 'all files are as packaged' files_are_as_packaged
+    expect 'it names who answers for it' deb_names_contact
     refute 'no unit is enabled' test -e "$userland/etc/systemd/system/multi-user.target.wants/zorn.service"
     expect 'without a module host the daemon says so and ends' daemon_refuses_without_module_host
     bring_module_host
@@ -200,6 +202,8 @@ try_rpm() { # PACKAGE NEWER-PACKAGE
     rpm_inside -i "$1"
     expect 'the settings are there' level_is 1
     expect 'all files are as packaged' rpm_inside -V zorn
+    expect 'it names who answers for it' rpm_names_contact
+    expect 'it asks for gzip' rpm_asks_for_gzip
     bring_module_host
     expect 'the daemon starts and stops' daemon_runs
     expect 'zornctl shows its log' zornctl_shows_the_log
@@ -219,7 +223,19 @@ try_rpm() { # PACKAGE NEWER-PACKAGE
     expect 'nothing else is left' nothing_is_left
 }
 
-try_archive() { # ARCHIVE
+deb_names_contact() {
+    inside dpkg -s zorn | grep -qx "Maintainer: $contact"
+}
+
+rpm_names_contact() {
+    [[ $(rpm_inside -q --qf '%{PACKAGER}' zorn) == "$contact" ]]
+}
+
+rpm_asks_for_gzip() {
+    rpm_inside -qR zorn | grep -qx gzip
+}
+
+try_archive() { # ARCHIVE NEWER-ARCHIVE
     say "archive: unpack $1"
     fresh_userland archive
     tar -C "$userland" -xzf "$1"
@@ -227,6 +243,12 @@ try_archive() { # ARCHIVE
     expect 'the daemon starts and stops' daemon_runs
     expect 'zornctl shows its log' zornctl_shows_the_log
     expect 'zornctl finds nothing wrong' zornctl_finds_nothing_wrong
+
+    say "archive: unpack $2 over it"
+    set_level 3
+    tar -C "$userland" --exclude=global_trace.ini -xzf "$2"
+    expect 'changed settings stay' level_is 3
+    expect 'the daemon starts and stops' daemon_runs
 }
 
 # --- Under systemd -----------------------------------------------------------------------------------

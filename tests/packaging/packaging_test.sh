@@ -63,6 +63,43 @@ NothingInstalledNamesTheBuildTree() {
         fail 'these files name folders of the build'
 }
 
+# Links to pages and files beside, not those into the net.
+TheLinksOfTheInstalledDocumentsLeadSomewhere() {
+    local page link count=0
+    while IFS=: read -r page link; do
+        link=${link#](} link=${link%)}
+        link=${link%%#*}
+        [[ $link != *://* ]] || continue
+        [[ -e $(dirname "$page")/$link ]] || fail "${page#"$STAGE"} links to $link"
+        count=$((count + 1))
+    done < <(grep -roE --include='*.md' '\]\([^)# ][^) ]*\)' "$STAGE/usr/share/doc/zorn")
+    ((count > 0)) || fail 'no links were found'
+}
+
+AnInstallationKeepsSettingsThatAreThere() {
+    local root settings
+    root=$(scratch again)
+    settings=$root/opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig/global_trace.ini
+    DESTDIR=$root "$CMAKE" --install "$BINARY_DIR" >/dev/null
+    cmp "$settings" "$SOURCE_DIR/packaging/trace/global_trace.ini"
+    sed -i 's/^FileDebugLevel=.*/FileDebugLevel=3/' "$settings"
+    rm "$root/usr/bin/zornctl"
+    DESTDIR=$root "$CMAKE" --install "$BINARY_DIR" >/dev/null
+    grep -qx 'FileDebugLevel=3' "$settings" || fail 'the changed settings were overwritten'
+    [[ -e $root/usr/bin/zornctl ]] || fail 'the rest was not installed'
+}
+
+# The word that the packages have for reports: what is told to the build, or that nobody was.
+ThePackagesNameWhoAnswersForThem() {
+    local contact
+    contact=$(sed -n 's/^ZORN_CONTACT:STRING=//p' "$BINARY_DIR/CMakeCache.txt")
+    : "${contact:=nobody named (built without ZORN_CONTACT)}"
+    grep -qxF "set(CPACK_PACKAGE_CONTACT [==[$contact]==])" "$BINARY_DIR/CPackConfig.cmake" ||
+        grep -qxF "set(CPACK_PACKAGE_CONTACT \"$contact\")" "$BINARY_DIR/CPackConfig.cmake" ||
+        fail "no package says '$contact'"
+    grep -qF "Packager: $contact" "$BINARY_DIR/CPackConfig.cmake" || fail 'the .rpm does not'
+}
+
 # --- Authors of modules ------------------------------------------------------------------------------
 
 TheHeadersCompileWithTheInstalledOnesAlone() {
@@ -190,6 +227,14 @@ ExposureIsAtMost24TenthsWithTheHardeningDropIn() {
     exposure 24 "$drop_ins/hardening.conf"
 }
 
+ExposureIsAtMost43TenthsWithTheInventoryDropIn() {
+    exposure 43 "$drop_ins/inventory.conf"
+}
+
+ExposureIsAtMost27TenthsWithBothDropIns() {
+    exposure 27 "$drop_ins"/{hardening,inventory}.conf
+}
+
 # The options whose text in systemd.exec(5) tells of a mount namespace; and ProtectHostname, with which
 # the service would go on with the name that the host had at the start.
 TheUnitMakesNoMountNamespace() {
@@ -210,14 +255,25 @@ TheLinesOfTheUnitAreInAlphabeticalOrder() {
     sed -n '/^\[Service\]/,/^\[Install\]/s/^\([A-Za-z]*\)=.*/\1/p' "$unit" | LC_ALL=C sort -f -c
 }
 
-TmpfilesMakeTheFoldersButNotThatOfTheSettings() {
-    need systemd-tmpfiles
+# A root that knows root.
+tmpfiles_root() { # NAME
     local root
-    root=$(scratch tmpfiles)
+    root=$(scratch "$1")
     mkdir "$root/etc"
     printf 'root:x:0:0:root:/root:/bin/sh\n' >"$root/etc/passwd"
     printf 'root:x:0:\n' >"$root/etc/group"
-    as_root systemd-tmpfiles --root="$root" --create "$STAGE/usr/lib/tmpfiles.d/zorn.conf"
+    printf '%s' "$root"
+}
+
+make_tmpfiles() { # ROOT
+    as_root systemd-tmpfiles --root="$1" --create "$STAGE/usr/lib/tmpfiles.d/zorn.conf"
+}
+
+TmpfilesMakeTheFoldersButNotThatOfTheSettings() {
+    need systemd-tmpfiles
+    local root
+    root=$(tmpfiles_root tmpfiles)
+    make_tmpfiles "$root"
     diff -u - <(cd "$root" && find opt var -printf '%M %p\n' | LC_ALL=C sort -k2) <<'END'
 drwxr-xr-x opt
 drwxr-xr-x opt/Corvanthimex
@@ -229,6 +285,22 @@ drwxr-xr-x var
 drwxr-xr-x var/log
 drwxr-xr-x var/log/tolbrin
 END
+}
+
+# Every folder and ini file open to all; what is installed has the right modes.
+TmpfilesMendModes() {
+    need systemd-tmpfiles
+    local root
+    root=$(tmpfiles_root tmpfiles-modes)
+    mkdir "$root/var"
+    cp -r "$STAGE/opt" "$root/opt"
+    cp -r "$STAGE/var/log" "$root/var/log"
+    touch "$root/opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig/mine.ini.bak"
+    find "$root"/{opt,var/log}/* -type d -exec chmod 0777 {} +
+    find "$root/opt" -type f -exec chmod 0666 {} +
+    [[ $(stat -c %a "$root/opt/Corvanthimex") == 777 ]]
+    make_tmpfiles "$root"
+    ! find "$root"/{opt,var/log}/* -perm /022 -print | grep . || fail 'these are open to others'
 }
 
 # --- Texts -------------------------------------------------------------------------------------------
