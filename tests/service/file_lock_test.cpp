@@ -215,6 +215,7 @@ TEST_F(FileLock, TracesItsReleaseAtLevel5Only) {
 }
 
 TEST_F(FileLock, GoesStepByStep) {
+    TraceCapture trace{5};
     std::vector<std::string> steps;
     FaultOf<&::fsync> sync;
     FaultOf<&::flock> flock;
@@ -226,6 +227,7 @@ TEST_F(FileLock, GoesStepByStep) {
         const int held = FieldsAt(&lock).fd;
         sync.Answer([&, held](int fd) {
             EXPECT_EQ(fd, held);
+            EXPECT_THAT(trace.Lines(), ElementsAre(ReleaseLine()));
             steps.emplace_back("fsync");
             return 0;
         });

@@ -416,6 +416,15 @@ TEST_F(SmbusDriver, MissingIsTracedWithItsReasonAndAnInfoLine) {
     });
 }
 
+TEST_F(SmbusDriver, MissingHasItsReasonFromLevel2OnOnly) {
+    FakeHost host;
+    host.Run([] {
+        TraceCapture trace{1};
+        DiscoverSmbusDriverInfo();
+        EXPECT_EQ(trace.Lines(), (Lines{kNotAvailable}));
+    });
+}
+
 TEST_F(SmbusDriver, MissingIsAnInfoLineAlsoWhileTheTraceIsDisabled) {
     FaultOf<&::open> open;
     open.Fail(EACCES);

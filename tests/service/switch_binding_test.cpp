@@ -205,6 +205,46 @@ TEST(LoadSwitch, ClearsTheInterfaceOfTheFirstCallWhenTheSecondIsRefused) {
     CloseSwitch(binding);
 }
 
+void AnyExport() {}
+
+TEST(LoadSwitch, ForgetsAnExportThatASecondCallDoesNotFind) {
+    ProbeLibrary library{"only_query"};
+    SwitchBinding binding{};
+    ASSERT_TRUE(LoadSwitch(binding));
+    binding.pfnAddRef = binding.pfnRelease = AnyExport;
+    EXPECT_TRUE(LoadSwitch(binding));
+    EXPECT_EQ(binding.pfnAddRef, nullptr);
+    EXPECT_EQ(binding.pfnRelease, nullptr);
+    EXPECT_NE(binding.pfnQueryInterface, nullptr);
+    CloseSwitch(binding);
+}
+
+TEST(LoadSwitch, KeepsAnInterfaceThatIsSetWhereNoQueryIsExported) {
+    ProbeLibrary library{"without_query"};
+    QuietHost host;
+    SwitchBinding binding{};
+    binding.pInterface = &host;
+    binding.pfnQueryInterface = [](void*, ISwitch**) -> uint8_t {
+        ADD_FAILURE() << "asked by a pointer of before";
+        return 0;
+    };
+    EXPECT_TRUE(LoadSwitch(binding));
+    EXPECT_EQ(binding.pfnQueryInterface, nullptr);
+    EXPECT_EQ(binding.pInterface, &host);
+    CloseSwitch(binding);
+}
+
+TEST(SwitchBinding, HasItsFieldsInTheirOrder) {
+    static_assert(offsetof(SwitchBinding, pfnAddRef) == 0);
+    static_assert(offsetof(SwitchBinding, pfnRelease) == 8);
+    static_assert(offsetof(SwitchBinding, pfnQueryInterface) == 16);
+    static_assert(offsetof(SwitchBinding, hLibrary) == 24);
+    static_assert(offsetof(SwitchBinding, pInterface) == 32);
+    static_assert(offsetof(SwitchBinding, dwLastError) == 40);
+    static_assert(sizeof(SwitchBinding::dwLastError) == 4);
+    static_assert(sizeof(SwitchBinding) == 48);
+}
+
 // --- The slots -----------------------------------------------------------------------------------
 
 /// A table of virtual operations made by hand, as a module host of another compiler has one.

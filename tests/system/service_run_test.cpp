@@ -3,7 +3,11 @@
 
 #include <signal.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +19,9 @@
 #include "support/sanitizers.h"
 #include "support/trace_capture.h"
 
+namespace fs = std::filesystem;
+
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -196,6 +203,63 @@ TEST_F(ServiceRun, GivesModulesTheSurroundingsTheyRelyOn) {
     EXPECT_EQ(zorn.StandardError(), "standard error is as it was\n");
 }
 
+TEST_F(ServiceRun, KeepsTheBlockThatItHandedToTheModuleHostToItsEnd) {
+    RunTo(SIGTERM, "block_keeper");
+    std::vector<std::string> blocks;
+    const std::string log = m_Machine.Read(kLog);
+    for (size_t at = 0; (at = log.find("HOST: block in ", at)) != log.npos; ++at) {
+        blocks.push_back(log.substr(at, log.find('\n', at) - at));
+    }
+    EXPECT_THAT(blocks,
+                ElementsAre("HOST: block in StartModules: 0, 5", "HOST: block in StopModules: 0, 5",
+                            "HOST: block in UnloadModules: 0, 5"));
+}
+
+// There is no pid file, and nothing is left to be cleaned up.
+TEST_F(ServiceRun, LeavesNothingOnTheMachineButItsLog) {
+    const auto files = [this] {
+        std::set<std::string> paths;
+        for (const auto& entry : fs::recursive_directory_iterator{m_Machine.Path("/")}) {
+            paths.insert(entry.path().lexically_relative(m_Machine.Path("/")).string());
+        }
+        std::erase_if(paths, [](const std::string& path) { return path.starts_with("proc/"); });
+        return paths;
+    };
+    for (const char* folder : {"/run", "/var/run", "/tmp", "/etc"}) m_Machine.Directory(folder);
+    RunTo(SIGTERM, "obedient");
+    m_Machine.Remove(kLog);  // a first run, for what the machine itself makes of its own
+    const std::set<std::string> before = files();
+    HostProcess zorn = StartAndWait("obedient", kLevel3);
+    std::set<std::string> made;
+    const auto newFiles = [&] {
+        const std::set<std::string> now = files();
+        made.clear();
+        std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
+                            std::inserter(made, made.end()));
+        return made;
+    };
+    EXPECT_THAT(newFiles(), ElementsAre("var/log/tolbrin/log.zorn")) << "while it runs";
+    zorn.Signal(SIGTERM);
+    EXPECT_EQ(zorn.Wait(), Exited(0));
+    EXPECT_THAT(newFiles(), ElementsAre("var/log/tolbrin/log.zorn")) << "when it has ended";
+}
+
+// The lock of an object that does not live does nothing: an event made before the locks of its class
+// is well all the same.
+TEST_F(ServiceRun, MakesItsProcessWideObjectsInTheirOrderAndDestroysThemInTheReverse) {
+    if (kAddressSanitizer || kThreadSanitizer) GTEST_SKIP() << "the sanitizer must come first";
+    HostProcess zorn =
+        Start("obedient", {{"LD_PRELOAD", FakeHost::LibraryDirectory() + "/order_witness.so"}});
+    ASSERT_TRUE(zorn.WaitForFileText(kLog, kWaiting));
+    zorn.Signal(SIGTERM);
+    EXPECT_EQ(zorn.Wait(), Exited(0));
+    EXPECT_EQ(zorn.StandardError(),
+              "made Debug\nmade g_EventLock\nmade g_EventTable\nmade CRegistry::MRegistryLock\n"
+              "made g_SemaphoreTable\nmain\ndestroyed g_SemaphoreTable\n"
+              "destroyed CRegistry::MRegistryLock\ndestroyed g_EventTable\n"
+              "destroyed g_EventLock\ndestroyed g_ExitEvent\ndestroyed Debug\n");
+}
+
 // --- Signals -------------------------------------------------------------------------------------
 
 TEST_F(ServiceRun, StopsAtSigintAsAtSigterm) {
@@ -303,6 +367,21 @@ TEST_F(ServiceRun, EndsWith1WhenTheModuleHostIsNoLibrary) {
 TEST_F(ServiceRun, StaysUpWithoutStartedModulesWhenTheyCouldNotBeLoaded) {
     RunTo(SIGTERM, "refusing_load", kLevel3);
     ExpectGolden("system/golden/refusing_load.log", Log());
+}
+
+TEST_F(ServiceRun, SaysAtLevel1ThatTheModulesCouldNotBeLoaded) {
+    const std::string line = "ZORN-MAIN: ERROR! Load extension modules FAILED!\n";
+    RunTo(SIGTERM, "refusing_load");
+    const std::string quiet = Log();
+    EXPECT_THAT(quiet, Not(HasSubstr(line)));
+    m_Machine.Remove(kLog);
+    RunTo(SIGTERM, "refusing_load", {{"QX_LOG_DEBUG_LEVEL", "1"}});
+    std::string log = Log();
+    const size_t at = log.find(line);
+    ASSERT_NE(at, log.npos);
+    const size_t begin = log.rfind('\n', at) + 1;
+    log.erase(begin, at + line.size() - begin);
+    EXPECT_EQ(log, quiet) << "and nothing else";
 }
 
 TEST_F(ServiceRun, StaysUpWhenTheLoadOfTheModulesThrows) {
