@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <random>
 
+#include "support/every_prefix.h"
 #include "zornctl/registry/registry_tree.h"
 
 using namespace zornctl;
@@ -31,8 +32,8 @@ TEST(LostLines, AreNoneInAFileAsItIsWritten) {
     EXPECT_THAT(Lost("\n"), IsEmpty());
     EXPECT_THAT(Lost("a=s=1\n[k]\na=d=-1\nb=b=0a ff \nc=b=\nd=es=\n\n[l]\n\n\n\n\n"), IsEmpty())
         << "empty lines behind the end hold nothing";
-    EXPECT_THAT(Lost("a=s=x=y=z"), IsEmpty());
-    EXPECT_THAT(Lost("a=d=2147483647\nb=d=4294967295\nc=d=-2147483648\n"), IsEmpty());
+    EXPECT_THAT(Lost("a=s=x=y=z\n\n"), IsEmpty());
+    EXPECT_THAT(Lost("a=d=2147483647\nb=d=4294967295\nc=d=-2147483648\n\n"), IsEmpty());
 }
 
 TEST(LostLines, HaveAReasonEach) {
@@ -57,16 +58,50 @@ TEST(LostLines, HaveAReasonEach) {
         {"a=s=" + std::string(1019, 'x') + "\n", "is longer than 1,022 characters"},
     };
     for (const auto& [text, reason] : rows) {
-        EXPECT_THAT(Lost(text), ElementsAre("1 " + reason)) << text;
+        EXPECT_THAT(Lost(text + "\n\n"), ElementsAre("1 " + reason)) << text;
     }
-    EXPECT_THAT(Lost("a=s=" + std::string(1018, 'x') + "\n"), IsEmpty());
+    EXPECT_THAT(Lost("a=s=" + std::string(1018, 'x') + "\n\n"), IsEmpty());
     EXPECT_THAT(
         Lost("[k]\na=s=1\n\n\n\nx\n\n[l]\n"),
         ElementsAre("6 stands behind the end of the tree", "8 stands behind the end of the tree"));
 }
 
+TEST(LostLines, AreWhatAFileBreaksOffWith) {
+    const std::string text = "a=s=1\n[k]\nb=d=42\n[l]\nc=s=3\n\n\n\n";
+    EXPECT_THAT(Lost(text), IsEmpty());
+    EveryPrefix(text, [&](std::string_view prefix) {
+        if (prefix.empty() || prefix == text) return;
+        EXPECT_EQ(Lost(prefix).empty(), false) << prefix;
+    });
+    EXPECT_THAT(Lost("[k]\na=s=go"), ElementsAre("2 has no newline at its end"));
+    EXPECT_THAT(Lost("[k]\na=s=1\n"), ElementsAre("2 is the last one, and does not end the tree"));
+    EXPECT_THAT(Lost("a=s=1\n"), ElementsAre("1 is the last one, and does not end the tree"));
+    EXPECT_THAT(Lost("x\na=d="),
+                ElementsAre("1 holds neither a key nor a value", "2 holds no number"));
+}
+
+TEST(LostLines, TellIfWhatIsInAKeyWouldGetIntoTheOneAbove) {
+    const std::pair<std::string, bool> rows[] = {
+        {"[key\n", true},
+        {"[k" + std::string(1022, 'x') + "]\n", true},
+        {std::string{"[k\0]\n", 5}, true},
+        {std::string{"[k]\0\n", 5}, true},
+        {"[k]tail\n", false},
+        {"[a=d=x\n", false},
+        {"text\n", false},
+        {"a=s=" + std::string(1020, '[') + "\n", false},
+        {"a=s=" + std::string(1019, 'x') + "[k\n", false},
+    };
+    for (const auto& [text, isKey] : rows) {
+        const auto lines = FindLostLines(text + "\n\n");
+        ASSERT_FALSE(lines.empty()) << text;
+        EXPECT_EQ(lines[0].number, 1U) << text;
+        EXPECT_EQ(lines[0].isKey, isKey) << text;
+    }
+}
+
 TEST(LostLines, CountTheLinesOfTheFileNotThePiecesOfALine) {
-    const std::string text = "a=s=" + std::string(5000, 'x') + "\nno tag\n";
+    const std::string text = "a=s=" + std::string(5000, 'x') + "\nno tag\n\n";
     EXPECT_THAT(Lost(text), ElementsAre("1 is longer than 1,022 characters",
                                         "2 holds neither a key nor a value"));
     EXPECT_THAT(
@@ -75,10 +110,12 @@ TEST(LostLines, CountTheLinesOfTheFileNotThePiecesOfALine) {
         << "its newline is a piece of its own, which ends the key";
 }
 
-TEST(LostLines, AreReplacedWhereTheyAreTooLong) {
+TEST(LostLines, AreReplacedWhereTheyAreBroken) {
     const std::string longest(1022, 'x');
-    EXPECT_EQ(WithoutLongLines(longest + "\n" + longest + "y\n\na"), longest + "\n-\n\na\n");
-    EXPECT_EQ(WithoutLongLines(""), "");
+    EXPECT_EQ(WithoutBrokenLines(longest + "\n" + longest + "y\n\na"), longest + "\n-\n\n-\n");
+    EXPECT_EQ(WithoutBrokenLines(std::string_view{"a\n\0b\nc\n", 7}), "a\n-\nc\n");
+    EXPECT_EQ(WithoutBrokenLines("a\n\n"), "a\n\n");
+    EXPECT_EQ(WithoutBrokenLines(""), "");
 }
 
 TEST(LostLines, AreToldBriefly) {
@@ -126,7 +163,7 @@ std::string RandomText(std::mt19937& random) {
     for (auto count = random() % 12; count > 0; --count) {
         text += kLines[random() % std::size(kLines)] + "\n";
     }
-    return text;
+    return text + std::string(13, '\n');  // which ends all that is open
 }
 
 TEST(LostLines, AreNoneExactlyIfAllComesBack) {

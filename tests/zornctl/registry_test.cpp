@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "platform/unique_fd.h"
 #include "registry/registry.h"
 #include "support/libc_fault.h"
@@ -95,7 +97,8 @@ class Registry : public testing::Test {
         return {end, process.StandardOutput(), process.StandardError()};
     }
     HostProcess StartShell(const std::string& line) {
-        return host.Start({"/bin/sh", "-c", "zornctl() { " + ZornctlExecutable() + " \"$@\"; }; " + line});
+        return host.Start(
+            {"/bin/sh", "-c", "zornctl() { " + ZornctlExecutable() + " \"$@\"; }; " + line});
     }
 
     std::string Export() { return Do({"export"}); }
@@ -189,10 +192,10 @@ TEST_F(Registry, EndsWith1WhereNoFileHoldsAValue) {
     for (const char* action : {"list", "export"}) EXPECT_EQ(Fail(1, {action}), line);
     EXPECT_EQ(Fail(1, {"list", "HKEY_USERS"}), line);
     host.Remove(kDirectory);
-    for (const auto& write : std::vector<std::vector<std::string>>{
-             {"create", "HKEY_USERS"},
-             {"set", "HKEY_USERS", "a", "b", "--while-running"},
-             {"list"}}) {
+    for (const auto& write :
+         std::vector<std::vector<std::string>>{{"create", "HKEY_USERS"},
+                                               {"set", "HKEY_USERS", "a", "b", "--while-running"},
+                                               {"list"}}) {
         const auto run = Run(write);
         EXPECT_EQ(run.end, Exited(1));
         EXPECT_EQ(run.error, "zornctl: " + kDirectory +
@@ -212,7 +215,8 @@ TEST_F(Registry, SaysWhichLinesTheServicePassesOver) {
     const auto run = Run({"get", "HKEY_USERS", "a"});
     EXPECT_EQ(run.output, "2\n");
     EXPECT_EQ(run.error, "zornctl: " + kCurrent +
-                             ": not as the service writes it: line 2 is overridden by line 4, line 3 holds neither a key nor a value, line 7 "
+                             ": not as the service writes it: line 2 is overridden by line 4, line "
+                             "3 holds neither a key nor a value, line 7 "
                              "stands behind the end of the tree\n");
 }
 
@@ -236,15 +240,16 @@ TEST_F(Registry, EndsWith3WhereItCannotBeRead) {
 TEST_F(Registry, NoActionGoesOnWhereItCannotBeRead) {
     host.File(kCurrent, kTree, 0);
     host.Directory(kDirectory, 0777);
-    for (const auto& arguments : std::vector<std::vector<std::string>>{
-             {"get", kTolbrin, "Path"},
-             {"export"},
-             {"set", kTolbrin, "Path", "x"},
-             {"delete", kTolbrin, "Path"},
-             {"create", "HKEY_USERS/x"}}) {
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"get", kTolbrin, "Path"},
+                                               {"export"},
+                                               {"set", kTolbrin, "Path", "x"},
+                                               {"delete", kTolbrin, "Path"},
+                                               {"create", "HKEY_USERS/x"}}) {
         const auto run = Run(arguments, {.uid = 1000});
         EXPECT_EQ(run.end, Exited(3)) << arguments[0];
-        EXPECT_EQ(run.error, "zornctl: " + kCurrent + ": Permission denied (run zornctl as root)\n");
+        EXPECT_EQ(run.error,
+                  "zornctl: " + kCurrent + ": Permission denied (run zornctl as root)\n");
     }
     EXPECT_THAT(host.List(kDirectory), ElementsAre("registry"));
 }
@@ -452,9 +457,10 @@ TEST_F(Registry, CreatesKeysWithThoseAboveThem) {
 }
 
 TEST_F(Registry, CreatesNoHiveOfAnotherName) {
-    EXPECT_EQ(Fail(2, {"create", "HKEY_LOCAL_MASCHINE/x"}),
-              "zornctl: no hive 'HKEY_LOCAL_MASCHINE' (did you mean HKEY_LOCAL_MACHINE? --force takes "
-              "it as it is)\n");
+    EXPECT_EQ(
+        Fail(2, {"create", "HKEY_LOCAL_MASCHINE/x"}),
+        "zornctl: no hive 'HKEY_LOCAL_MASCHINE' (did you mean HKEY_LOCAL_MACHINE? --force takes "
+        "it as it is)\n");
     EXPECT_THAT(Fail(2, {"create", "x"}), HasSubstr("the hives are HKEY_LOCAL_MACHINE, "));
     EXPECT_THAT(Fail(2, {"create", ""}), HasSubstr("KEY is empty"));
     host.File(kCurrent, "[own]\na=d=1\n\n\n");
@@ -562,7 +568,8 @@ TEST_F(Registry, ImportsNoFileThatBreaksOff) {
     const std::string whole = "[HKEY_LOCAL_MACHINE]\na=s=good\n[k]\nb=d=42\n\n\n\n";
     for (size_t size = 1; size < whole.size(); size += 3) {
         host.File("/in", whole.substr(0, size));
-        EXPECT_THAT(Fail(1, {"import", "/in"}), Not(HasSubstr("holds neither a key nor a value (name")));
+        EXPECT_THAT(Fail(1, {"import", "/in"}),
+                    Not(HasSubstr("holds neither a key nor a value (name")));
     }
     host.File("/in", "[HKEY_LOCAL_MACHINE]\nb=s=1\na=s=go");
     EXPECT_EQ(Fail(1, {"import", "/in"}),
@@ -578,8 +585,8 @@ TEST_F(Registry, ImportsNoKeyIntoTheOneAboveIt) {
     for (const std::string& line :
          {"[" + std::string(1021, 'k') + "]", std::string{"[key"}, "[a" + std::string(2000, 'x')}) {
         host.File("/in", "[HKEY_USERS]\n" + line + "\nsecret=s=1\n\n\n\n");
-        for (const auto& arguments :
-             std::vector<std::vector<std::string>>{{"import", "/in"}, {"import", "--force", "/in"}}) {
+        for (const auto& arguments : std::vector<std::vector<std::string>>{
+                 {"import", "/in"}, {"import", "--force", "/in"}}) {
             EXPECT_THAT(Fail(1, arguments),
                         AllOf(StartsWith("zornctl: /in: line 2 "),
                               HasSubstr(": what is in that key would get into the one above it "
@@ -602,9 +609,10 @@ TEST_F(Registry, ImportsNoHiveOfAnotherNameUnlessItIsForced) {
 TEST_F(Registry, TellsThatItsStandardInputIsClosed) {
     const auto run = Shell("zornctl registry import - <&-");
     EXPECT_EQ(run.end, Exited(3));
-    EXPECT_EQ(run.error,
-              "zornctl: standard input: Bad file descriptor (start zornctl with it open, or send it "
-              "to a file)\n");
+    EXPECT_EQ(
+        run.error,
+        "zornctl: standard input: Bad file descriptor (start zornctl with it open, or send it "
+        "to a file)\n");
     EXPECT_THAT(Files(), ElementsAre("registry: " + kTree));
 }
 
@@ -613,9 +621,8 @@ TEST_F(Registry, TakesNothingAwayThatTheServiceDidNotWriteUnlessItIsForced) {
     host.File(kCurrent, odd);
     host.File("/in", "[HKEY_USERS]\na=s=2\n\n\n");
     const std::string line = ": line 3 holds neither a key nor a value";
-    for (const auto& write : std::vector<std::vector<std::string>>{{"set", "HKEY_USERS", "a", "2"},
-                                                                   {"create", "HKEY_USERS/k"},
-                                                                   {"import", "/in"}}) {
+    for (const auto& write : std::vector<std::vector<std::string>>{
+             {"set", "HKEY_USERS", "a", "2"}, {"create", "HKEY_USERS/k"}, {"import", "/in"}}) {
         EXPECT_THAT(Fail(1, write),
                     HasSubstr("zornctl: " + kCurrent +
                               ": a change would take away what is not as the service writes it" +
@@ -624,7 +631,8 @@ TEST_F(Registry, TakesNothingAwayThatTheServiceDidNotWriteUnlessItIsForced) {
         forced.emplace_back("--force");
         const auto run = Run(forced);
         EXPECT_EQ(run.end, Exited(0)) << write[0];
-        EXPECT_EQ(run.error, "zornctl: " + kCurrent + ": not as the service writes it" + line + "\n");
+        EXPECT_EQ(run.error,
+                  "zornctl: " + kCurrent + ": not as the service writes it" + line + "\n");
         EXPECT_EQ(host.Read(kBackup), odd);
         EXPECT_EQ(host.Read(kCurrent).find("Port"), std::string::npos);
         host.File(kCurrent, odd);
@@ -706,19 +714,27 @@ TEST_F(RunningService, ThatStartsMeanwhileKeepsOthersFromWritingToo) {
     host.Remove("/proc/4712");
     const auto pipe = host.Path("/pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const UniqueFd input{open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
+    UniqueFd input{open(pipe.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)};
     auto import = StartShell("zornctl registry import - </pipe");
-    size_t written = 0;
-    // More than a pipe holds: it is reading then, and has looked for the service before.
-    const std::string line = "a=s=" + std::string(1000, 'x') + "\n";
-    ASSERT_TRUE(HostProcess::WaitUntil([&] {
-        const ssize_t count = write(input.Get(), line.data(), line.size());
-        if (count > 0) written += static_cast<size_t>(count);
-        return written > 200000;
-    }));
+    std::string text = "[HKEY_USERS]\n";
+    for (int i = 0; i < 400; ++i) text += std::to_string(i) + "=s=" + std::string(1000, 'x') + "\n";
+    text += "\n\n";
+    auto writeUpTo = [&, written = size_t{0}](size_t end) mutable {
+        return HostProcess::WaitUntil([&] {
+            const ssize_t count = write(input.Get(), text.data() + written, end - written);
+            written += static_cast<size_t>(std::max<ssize_t>(count, 0));
+            return written == end;
+        });
+    };
+    ASSERT_TRUE(
+        writeUpTo(300000));  // more than a pipe holds: it has looked for the service and reads
     host.File("/proc/4712/stat", "4712 (zorn) S 1 1 1 0");
     host.File("/proc/4712/status", "Uid:\t0\t0\t0\t0\n");
-    import.Signal(SIGKILL);
+    ASSERT_TRUE(writeUpTo(text.size()));
+    input.Reset();
+    EXPECT_EQ(import.Wait(), Exited(1));
+    EXPECT_THAT(import.StandardError(), HasSubstr("the service runs (process 4712)"));
+    EXPECT_THAT(Files(), ElementsAre("registry: " + kTree));
 }
 
 TEST_F(RunningService, IsNotConcernedByACopy) {
@@ -783,7 +799,7 @@ TEST_F(Registry, EndsWith3WhereItCannotBeWritten) {
                              ": cannot be replaced by registry.new.zornctl: Is a directory (look "
                              "at the directory and its file system)\n");
     host.Remove(kTemporary);
-    run = Shell("trap '' XFSZ; ulimit -f 0; zornctl registry set HKEY_USERS a b");
+    run = Shell("trap '' XFSZ; ulimit -f 1; zornctl registry set HKEY_USERS a $(printf %0900d 1)");
     EXPECT_EQ(run.end, Exited(3));
     EXPECT_THAT(run.error, HasSubstr("cannot be replaced by registry.new.zornctl: File too large"));
     EXPECT_THAT(Files(), ElementsAre("registry: " + kTree));
@@ -878,13 +894,14 @@ TEST_F(Registry, IsJsonForPrograms) {
 }
 
 TEST_F(Registry, TellsBytesOfNamesFromTextsThatLookLikeThem) {
-    host.File(kCurrent,
-              "[HKEY_USERS]\na\\xff=s=text\na\xFF=s=byte\n[k\xFF]\n\\n=s=deep\n\n\n\n");
+    host.File(kCurrent, "[HKEY_USERS]\na\\xff=s=text\na\xFF=s=byte\n[k\xFF]\n\\n=s=deep\n\n\n\n");
     const auto entries = Run({"list", "--json", "-r"}).Json()["entries"];
     const auto row = [&](size_t place) {
         const auto& entry = entries[place];
-        return entry["key"].get<std::string>() + (entry["key_escaped"] == true ? " (escaped): " : ": ") +
-               entry["name"].get<std::string>() + (entry["name_escaped"] == true ? " (escaped)" : "");
+        return entry["key"].get<std::string>() +
+               (entry["key_escaped"] == true ? " (escaped): " : ": ") +
+               entry["name"].get<std::string>() +
+               (entry["name_escaped"] == true ? " (escaped)" : "");
     };
     ASSERT_EQ(entries.size(), 5U);
     EXPECT_EQ(row(1), "HKEY_USERS: a\\xff");

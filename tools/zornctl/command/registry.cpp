@@ -36,12 +36,16 @@ struct Call {
     RegistryDirectory directory;
     CRegistryNode tree = {};
     RegistrySource source = {};
-    std::vector<LostLine> lost = {};  ///< of a file that was imported
+    std::string text = {};            ///< that is imported
+    std::vector<LostLine> lost = {};  ///< of that
 
     [[nodiscard]] std::string Word(size_t place) const {
         return arguments.Operand(place).value_or(std::string{});
     }
     [[nodiscard]] KeyPath Path() const { return SplitKeyPath(Word(0)); }
+    [[nodiscard]] std::string ImportedFile() const {
+        return Word(0) == "-" ? "standard input" : Word(0);
+    }
 
     [[nodiscard]] Failure NotFound(std::string cause, std::string remedy) const {
         return {ExitStatus::kNotFound, source.path, std::move(cause), std::move(remedy)};
@@ -86,26 +90,33 @@ RegistryItem ValueAt(Call& call, const KeyPath& path, const std::string& name) {
 
 // --- Showing -------------------------------------------------------------------------------------
 
+/// A text as a member, and in another one whether its bytes are no UTF-8 and so it stands escaped.
+void AddText(ordered_json& object, const char* member, std::string_view text, const char* mark) {
+    const bool isEscaped = !IsUtf8(text);
+    object[member] = isEscaped ? EscapeReversibly(text) : std::string{text};
+    object[mark] = isEscaped;
+}
+
 void AddValue(ordered_json& object, const RegistryItem& item) {
     const auto& value = item.value;
-    const bool isEscaped = !IsUtf8(value.bytes) && value.type != kRegistryBinary;
-    object["name"] = JsonText(item.name);
+    AddText(object, "name", item.name, "name_escaped");
     object["type"] = NameOfType(value.type);
     if (item.key != nullptr) {
         object["value"] = nullptr;
     } else if (value.type == kRegistryDoubleWord) {
         object["value"] = value.number;
     } else {
-        object["value"] = isEscaped ? EscapeReversibly(value.bytes) : FormatRegistryValue(value);
+        return AddText(object, "value", FormatRegistryValue(value), "escaped");
     }
-    object["escaped"] = isEscaped;
+    object["escaped"] = false;
 }
 
 ordered_json SourceObject(const Call& call, const KeyPath& path) {
-    return {{"action", call.arguments.Action()->name},
-            {"path", JsonText(call.source.path)},
-            {"note", JsonText(call.source.note)},
-            {"key", JsonText(JoinKeyPath(path))}};
+    ordered_json object{{"action", call.arguments.Action()->name},
+                        {"path", JsonText(call.source.path)},
+                        {"note", JsonText(call.source.note)}};
+    AddText(object, "key", JoinKeyPath(path), "key_escaped");
+    return object;
 }
 
 /// Calls `show` for a key and, if it is wished for, for those below it in the order of their names.
@@ -136,7 +147,7 @@ void List(Call& call) {
         const auto shown = JoinKeyPath(at);
         for (const auto& item : items) {
             if (call.output.IsJson()) {
-                objects.push_back({{"key", JsonText(shown)}});
+                AddText(objects.emplace_back(), "key", shown, "key_escaped");
                 AddValue(objects.back(), item);
                 continue;
             }
@@ -184,10 +195,8 @@ void Export(Call& call) {
     const auto path = call.Path();
     const auto text = TextOf(KeyAt(call, path), path);
     if (call.output.IsJson()) {
-        const bool isEscaped = !IsUtf8(text);
         auto object = SourceObject(call, path);
-        object["text"] = isEscaped ? EscapeReversibly(text) : text;
-        object["escaped"] = isEscaped;
+        AddText(object, "text", text, "escaped");
         call.output.WriteJson(object);
     } else {
         call.output.WriteText(isatty(STDOUT_FILENO) == 0 ? text : EscapeLines(text));
@@ -241,50 +250,69 @@ void Delete(Call& call) {
 }
 
 /// A key that no handle of the service would look for is a slip of the pen.
-void CheckHive(Call& call, const KeyPath& path) {
-    if (path.empty()) throw Failure{ExitStatus::kWrongUse, {}, "KEY is empty", "name a key"};
-    const bool isHive = std::find(kHives.begin(), kHives.end(), path[0]) != kHives.end();
-    if (isHive || call.tree.FindChild(path[0].c_str()) != nullptr) return;
-    const std::vector<std::string_view> hives{kHives.begin(), kHives.end()};
-    const auto nearest = NearestName(path[0], hives);
+void CheckHive(Call& call, const std::string& name, ExitStatus status, const std::string& file) {
+    const bool isHive = std::find(kHives.begin(), kHives.end(), name) != kHives.end();
+    const bool isForced = call.arguments.Has("force");
+    if (isHive || isForced || call.tree.FindChild(name.c_str()) != nullptr) return;
+    const auto nearest = NearestName(name, {kHives.begin(), kHives.end()});
     std::string all;
     for (const auto hive : kHives) all.append(all.empty() ? "" : ", ").append(hive);
     throw Failure{
-        ExitStatus::kWrongUse,
-        {},
-        "no hive '" + path[0] + "'",
-        nearest.empty() ? "the hives are " + all : "did you mean " + std::string{nearest} + "?"};
+        status, file, "no hive '" + name + "'",
+        (nearest.empty() ? "the hives are " + all : "did you mean " + std::string{nearest} + "?") +
+            " --force takes it as it is"};
 }
 
 void Create(Call& call) {
     const auto path = call.Path();
-    CheckHive(call, path);
+    if (path.empty()) throw Failure{ExitStatus::kWrongUse, {}, "KEY is empty", "name a key"};
+    CheckHive(call, path[0], ExitStatus::kWrongUse, {});
     (void)MakeKey(call.tree, path);
 }
 
-void Import(Call& call) {
-    const bool isInput = call.Word(0) == "-";
-    const auto file = isInput ? "standard input" : call.Word(0);
-    const auto text =
-        isInput ? ReadStandardInput(kLargestRegistry) : ReadWholeFile(file, kLargestRegistry);
-    const bool isForced = call.arguments.Has("force");
-    call.lost = FindLostLines(text);
-    if (!call.lost.empty() && !isForced) {
-        throw Failure{ExitStatus::kNotFound, file, FormatLostLines(call.lost),
-                      "mend that, or add --force to go on without"};
+void CheckLostLines(const Call& call) {
+    const auto key = std::find_if(call.lost.begin(), call.lost.end(),
+                                  [](const LostLine& line) { return line.isKey; });
+    if (key != call.lost.end()) {
+        throw Failure{
+            ExitStatus::kNotFound, call.ImportedFile(),
+            FormatLostLines({*key}) + ": what is in that key would get into the one above it",
+            "mend that line"};
     }
+    if (call.lost.empty() || call.arguments.Has("force")) return;
+    throw Failure{ExitStatus::kNotFound, call.ImportedFile(), FormatLostLines(call.lost),
+                  "mend that, or add --force to go on without"};
+}
+
+void ReadImported(Call& call) {
+    const bool isInput = call.Word(0) == "-";
+    call.text = isInput ? ReadStandardInput(kLargestRegistry)
+                        : ReadWholeFile(call.Word(0), kLargestRegistry);
+    call.lost = FindLostLines(call.text);
+    CheckLostLines(call);
+}
+
+void CheckConflict(Call& call, CRegistryNode& added) {
+    const auto conflict = FindConflict(call.tree, added);
+    if (!conflict || call.arguments.Has("force")) return;
+    throw Failure{ExitStatus::kNotFound, call.ImportedFile(),
+                  JoinKeyPath(*conflict) + " is a key here and a value there",
+                  "delete one of the two, or add --force to replace what is there"};
+}
+
+void Import(Call& call) {
     CRegistryNode added;
-    ReadText(added, WithoutLongLines(text));
-    if (ItemsOf(added).empty()) {
-        throw Failure{ExitStatus::kNotFound, file, "holds neither a key nor a value",
+    ReadText(added, WithoutBrokenLines(call.text));
+    const auto items = ItemsOf(added);
+    if (items.empty()) {
+        throw Failure{ExitStatus::kNotFound, call.ImportedFile(), "holds neither a key nor a value",
                       "name a file that zornctl registry export has written"};
     }
-    const auto conflict = FindConflict(call.tree, added);
-    if (conflict && !isForced) {
-        throw Failure{ExitStatus::kNotFound, file,
-                      JoinKeyPath(*conflict) + " is a key here and a value there",
-                      "delete one of the two, or add --force to replace what is there"};
+    for (const auto& item : items) {
+        if (item.key == nullptr) continue;
+        CheckHive(call, item.name, ExitStatus::kNotFound, call.ImportedFile());
     }
+    CheckConflict(call, added);
     Merge(call.tree, added);
 }
 
@@ -304,12 +332,23 @@ void TellNote(const Call& call) {
     if (!call.source.note.empty()) Output::WriteNote(call.source.note);
 }
 
+/// The file becomes registry.old, and goes with the next change.
+void RefuseLoss(const Call& call) {
+    if (call.source.lost.empty() || call.arguments.Has("force")) return;
+    throw Failure{ExitStatus::kNotFound, call.source.path,
+                  "a change would take away what is not as the service writes it: " +
+                      FormatLostLines(call.source.lost),
+                  "mend that, or add --force to go on without"};
+}
+
 void Save(Call& call, bool hadValues) {
+    RefuseLoss(call);
     if (hadValues && !HasValues(call.tree)) {
         throw Failure{ExitStatus::kNotFound, call.directory.Path(),
                       "no value would be left: the service would take registry.old instead",
                       "set another value first, or remove the files"};
     }
+    RefuseWhileRunning(call);  // once more: much time may have gone by
     call.directory.Save(call.tree);
 }
 
@@ -333,13 +372,17 @@ struct ActionFunction {
     std::string_view name;
     void (*run)(Call& call);
     bool isWriting;
+    void (*prepare)(Call& call) = nullptr;  ///< what may take long: others need not wait for it
 };
 
 constexpr std::array kActions{
-    ActionFunction{"list", List, false},    ActionFunction{"get", Get, false},
-    ActionFunction{"set", Set, true},       ActionFunction{"delete", Delete, true},
-    ActionFunction{"create", Create, true}, ActionFunction{"export", Export, false},
-    ActionFunction{"import", Import, true},
+    ActionFunction{"list", List, false},
+    ActionFunction{"get", Get, false},
+    ActionFunction{"set", Set, true},
+    ActionFunction{"delete", Delete, true},
+    ActionFunction{"create", Create, true},
+    ActionFunction{"export", Export, false},
+    ActionFunction{"import", Import, true, ReadImported},
 };
 
 void Show(Call& call, const ActionFunction& action) {
@@ -356,6 +399,7 @@ void Show(Call& call, const ActionFunction& action) {
 
 void Change(Call& call, const ActionFunction& action) {
     RefuseWhileRunning(call);
+    if (action.prepare != nullptr) action.prepare(call);
     call.directory.Lock();
     call.source = call.directory.Read(call.tree);
     TellNote(call);

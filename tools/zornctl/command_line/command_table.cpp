@@ -86,7 +86,6 @@ constexpr std::array kRegistryActions{
 constexpr std::array kValueTypes{std::string_view{"string"}, std::string_view{"expand"},
                                  std::string_view{"binary"}, std::string_view{"dword"}};
 constexpr std::array kSetAction{std::string_view{"set"}};
-constexpr std::array kImportAction{std::string_view{"import"}};
 constexpr std::array kRecursiveActions{std::string_view{"list"}, std::string_view{"delete"}};
 constexpr std::array kWritingActions{std::string_view{"set"}, std::string_view{"delete"},
                                      std::string_view{"create"}, std::string_view{"import"}};
@@ -109,8 +108,9 @@ constexpr std::array kRegistryOptions{
               .help = "delete, list: with all that is below",
               .actions = kRecursiveActions},
     OptionRow{.name = "force",
-              .help = "import: also if lines or parts of the tree are lost by it",
-              .actions = kImportAction},
+              .help = "write also if lines or parts of the tree are lost by it, and a hive of any "
+                      "name",
+              .actions = kWritingActions},
     OptionRow{.name = "while-running",
               .help = "write although the service runs, whose next save may undo it",
               .actions = kWritingActions},
@@ -162,7 +162,8 @@ constexpr std::array kCommands{
         .text =
             "Looks at the rights, the directories, the module host and what it needs, the log, "
             "the interfaces of the kernel and the running service. Each row is ok, a warning or "
-            "failed, with what to do about it. Nothing of the module host is run.\n\n"
+            "failed, with what to do about it. Nothing of the module host is run, and what others "
+            "than root can change is not even loaded: a row says so.\n\n"
             "The exit status is 1 if a check failed.",
         .run = RunDoctor,
     },
@@ -174,17 +175,17 @@ constexpr std::array kCommands{
             "slashes: HKEY_LOCAL_MACHINE/SOFTWARE. Letter case matters. A VALUE that begins with - "
             "and is no number stands behind --.\n\n"
             "The tree is read as the service reads it: from registry, or else registry.old, or "
-            "else "
-            "registry.default. A note on standard error tells if it was not the first, and of "
-            "lines "
-            "that the service passes over. A change is written to a new file, and the former one "
-            "becomes registry.old.\n\n"
+            "else registry.default. A note on standard error tells if it was not the first, and of "
+            "lines that are not as the service writes them. A change is written to a new file, and "
+            "the former one becomes registry.old.\n\n"
             "The service has the registry in its memory and writes the whole of it: a change made "
             "while it runs does not reach it, and is gone with its next save. So nothing is "
             "written then, unless --while-running is given or DIR is another directory.\n\n"
             "What the format of the file cannot hold is refused: names with = or a newline, names "
             "of keys with ], texts with a newline, lines of more than 1,022 characters. So is a "
-            "change that leaves no value in the tree: the service would take registry.old instead.",
+            "change that leaves no value in the tree: the service would take registry.old instead. "
+            "Without --force so are a FILE that breaks off or holds other lines than the service "
+            "writes, and any change of a registry that does.",
         .actions = kRegistryActions,
         .options = kRegistryOptions,
         .run = RunRegistry,

@@ -43,9 +43,17 @@ class LostLineFinder {
     explicit LostLineFinder(std::string_view text) : m_Text(text) {}
 
     std::vector<LostLine> Find() {
+        if (m_Text.empty()) return {};
+        const bool isCut = !m_Text.ends_with('\n');
         while (!m_Text.empty()) TakePiece();
+        if (isCut) {
+            Lose("has no newline at its end");
+        } else if (!m_Keys.empty()) {
+            --m_Number;
+            Lose("is the last one, and does not end the tree");
+        }
         std::vector<LostLine> lines;
-        for (auto& [number, reason] : m_Lost) lines.push_back({number, std::move(reason)});
+        for (auto& row : m_Lost) lines.push_back(std::move(row.second));
         return lines;
     }
 
@@ -53,18 +61,19 @@ class LostLineFinder {
     using Names = std::map<std::string, size_t, std::less<>>;  ///< with the numbers of their lines
 
     void TakePiece() {
+        if (m_IsAtBegin) m_IsLikeKey = m_Text.starts_with('[');
         const size_t newline = m_Text.find('\n');
         const size_t length = std::min({newline, m_Text.size(), kPiece});
         auto piece = m_Text.substr(0, length);
         if (std::min(newline, m_Text.size()) > kLongestRegistryLine) {
-            Lose("is longer than 1,022 characters");
+            Lose("is longer than 1,022 characters", m_IsLikeKey);
         }
         m_Text.remove_prefix(length);
-        const bool isEnd = m_Text.starts_with('\n') && length < kPiece;
-        if (isEnd) m_Text.remove_prefix(1);
-        if (piece.find('\0') != piece.npos) Lose("holds a NUL");
+        m_IsAtBegin = m_Text.starts_with('\n') && length < kPiece;
+        if (m_IsAtBegin) m_Text.remove_prefix(1);
+        if (piece.find('\0') != piece.npos) Lose("holds a NUL", m_IsLikeKey);
         TakeText(piece.substr(0, piece.find('\0')));
-        if (isEnd) ++m_Number;
+        if (m_IsAtBegin) ++m_Number;
     }
 
     void TakeText(std::string_view text) {
@@ -98,22 +107,28 @@ class LostLineFinder {
             problem = kNoValue;
         }
         if (problem.empty()) return TakeName(name);
-        Lose(problem);
+        Lose(problem, m_IsLikeKey && problem == kNoValue);
     }
 
     void TakeName(std::string_view name) {
         const auto [place, isNew] = m_Keys.back().try_emplace(std::string{name}, m_Number);
         if (isNew) return;
-        m_Lost.try_emplace(place->second, "is overridden by line " + std::to_string(m_Number));
+        const size_t former = place->second;
+        const auto reason = "is overridden by line " + std::to_string(m_Number);
+        m_Lost.try_emplace(former, LostLine{former, reason});
         place->second = m_Number;
     }
 
-    void Lose(const std::string& reason) { m_Lost.try_emplace(m_Number, reason); }
+    void Lose(const std::string& reason, bool isKey = false) {
+        m_Lost.try_emplace(m_Number, LostLine{m_Number, reason, isKey});
+    }
 
     std::string_view m_Text;       ///< what is left of it
     size_t m_Number = 1;           ///< of the line
     std::vector<Names> m_Keys{1};  ///< that are open, the root first; empty behind its end
-    std::map<size_t, std::string> m_Lost;
+    bool m_IsAtBegin = true;       ///< of a line
+    bool m_IsLikeKey = false;      ///< the line begins with [
+    std::map<size_t, LostLine> m_Lost;
 };
 
 }  // namespace
@@ -122,11 +137,13 @@ std::vector<LostLine> FindLostLines(std::string_view text) {
     return LostLineFinder{text}.Find();
 }
 
-std::string WithoutLongLines(std::string_view text) {
+std::string WithoutBrokenLines(std::string_view text) {
     std::string out;
     while (!text.empty()) {
         const auto line = text.substr(0, text.find('\n'));
-        out.append(line.size() > kLongestRegistryLine ? "-" : line).append("\n");
+        const bool isBroken = line.size() > kLongestRegistryLine || line.size() == text.size() ||
+                              line.find('\0') != line.npos;
+        out.append(isBroken ? "-" : line).append("\n");
         text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
     return out;

@@ -9,9 +9,9 @@
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "zornctl/output/failure.h"
-#include "zornctl/registry/lost_lines.h"
 #include "zornctl/registry/registry_tree.h"
 #include "zornctl/system/service_paths.h"
 #include "zornctl/system/whole_file.h"
@@ -24,7 +24,7 @@ namespace {
 std::optional<struct stat> StatusOf(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) == 0) return status;
-    if (errno == ENOENT) return std::nullopt;
+    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     throw SystemFailure(path, errno);
 }
 
@@ -43,11 +43,17 @@ std::string ReasonAgainst(const std::string& path) {
     return path + (status->st_size == 0 ? " is empty" : " holds no value");
 }
 
-/// What the service does not take of a file.
-std::string LossNote(const std::string& path) {
-    const auto lines = FindLostLines(ReadWholeFile(path, kLargestRegistry));
-    if (lines.empty()) return {};
-    return path + ": the service passes over what no tree can hold: " + FormatLostLines(lines);
+void CheckIsDirectory(const std::string& path) {
+    const auto status = StatusOf(path);
+    if (status && S_ISDIR(status->st_mode)) return;
+    throw Failure{ExitStatus::kNotFound, path,
+                  std::generic_category().message(status ? ENOTDIR : ENOENT),
+                  "make it, or name another one with --directory"};
+}
+
+/// The service, which may read all files, would take it: another one in its place is none.
+void CheckIsReadable(const std::string& path) {
+    if (StatusOf(path)) (void)ReadWholeFile(path, kLargestRegistry);
 }
 
 }  // namespace
@@ -56,7 +62,7 @@ RegistryDirectory::RegistryDirectory(const std::string& path)
     : m_Directory(path),
       m_Current(path + "/registry"),
       m_Backup(m_Current + ".old"),
-      m_Temporary(m_Current + ".new"),
+      m_Temporary(m_Current + ".new.zornctl"),
       m_Factory(m_Current + ".default") {}
 
 bool RegistryDirectory::IsOfService() const {
@@ -68,6 +74,7 @@ bool RegistryDirectory::IsOfService() const {
 void RegistryDirectory::Lock() {
     constexpr int kTries = 100;
     constexpr std::chrono::milliseconds kPause{50};
+    CheckIsDirectory(m_Directory);
     m_Lock.Reset(open(m_Directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!m_Lock) throw SystemFailure(m_Directory, errno);
     for (int i = 0; flock(m_Lock.Get(), LOCK_EX | LOCK_NB) != 0; ++i) {
@@ -82,25 +89,25 @@ void RegistryDirectory::Lock() {
 }
 
 RegistrySource RegistryDirectory::Read(CRegistryNode& tree) {
-    if (!StatusOf(m_Directory)) {
-        throw Failure{ExitStatus::kNotFound, m_Directory, std::generic_category().message(ENOENT),
-                      "make it, or name another one with --directory"};
-    }
+    CheckIsDirectory(m_Directory);
     for (const auto* path : {&m_Current, &m_Backup, &m_Factory}) CheckIsFile(*path);
-    // The service, which may read all files, would take it: another one in its place is none.
-    if (StatusOf(m_Current)) (void)ReadWholeFile(m_Current, kLargestRegistry);
+    CheckIsReadable(m_Current);
     const std::string* const path = Files().Restore(tree);
-    if (path == nullptr) {
-        return {m_Current, false,
-                m_Directory +
-                    ": neither registry nor registry.old nor registry.default holds a "
-                    "value"};
-    }
-    RegistrySource source{*path, true, LossNote(*path)};
-    if (path != &m_Current) {
-        const std::string note = ReasonAgainst(m_Current) + ": " + *path + " is taken";
-        source.note = note + (source.note.empty() ? "" : "; " + source.note);
-    }
+    if (path != &m_Current) CheckIsReadable(m_Backup);
+    if (path != nullptr) return SourceFrom(*path);
+    CheckIsReadable(m_Factory);
+    return {m_Current, false,
+            m_Directory + ": neither registry nor registry.old nor registry.default holds a value"};
+}
+
+RegistrySource RegistryDirectory::SourceFrom(const std::string& path) const {
+    RegistrySource source{path, true, {}};
+    if (path != m_Current) source.note = ReasonAgainst(m_Current) + ": " + path + " is taken";
+    auto lines = FindLostLines(ReadWholeFile(path, kLargestRegistry));
+    if (lines.empty()) return source;
+    if (!source.note.empty()) source.note += "; ";
+    source.note += path + ": not as the service writes it: " + FormatLostLines(lines);
+    if (path != m_Factory) source.lost = std::move(lines);
     return source;
 }
 
@@ -111,12 +118,16 @@ void RegistryDirectory::Save(CRegistryNode& tree) {
                       "would not come back as it is: " + FormatLostLines(lines),
                       "shorten what is so long"};
     }
+    const bool wasThere = StatusOf(m_Current).has_value();
     const int error = Files().Save(tree);
     if (error == 0) return;
     const bool isForRoot = error == EACCES || error == EPERM;
-    throw Failure{ExitStatus::kNoAccess, m_Current,
-                  "cannot be replaced by registry.new: " + std::generic_category().message(error),
-                  isForRoot ? "run zornctl as root" : "look at the directory and its file system"};
+    const bool isMoved = wasThere && !StatusOf(m_Current);
+    throw Failure{
+        ExitStatus::kNoAccess, m_Current,
+        "cannot be replaced by registry.new.zornctl: " + std::generic_category().message(error) +
+            (isMoved ? "; what it was is registry.old now" : ""),
+        isForRoot ? "run zornctl as root" : "look at the directory and its file system"};
 }
 
 }  // namespace zornctl
