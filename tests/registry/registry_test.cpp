@@ -320,6 +320,20 @@ TEST(Open, WithoutMemoryItFailsWithALine) {
     });
 }
 
+TEST(Open, IsSilentAtLevelOneAlsoWithoutMemory) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    WithTree([] {
+        Software registry;
+        TraceCapture trace{1};
+        {
+            FaultOf<&::malloc> fault;
+            fault.AlwaysFail(ENOMEM);
+            EXPECT_EQ(registry.Open("A", nullptr, 0), -1);
+        }
+        EXPECT_THAT(trace.Lines(), IsEmpty());
+    });
+}
+
 // --- CreateKey ---------------------------------------------------------------------------------
 
 TEST(CreateKey, MakesTheKeysThatAreMissingAndEntersTheLast) {
@@ -441,6 +455,21 @@ TEST(OpenPointer, OpensTheKeyToWhichAValueLeads) {
     });
 }
 
+TEST(OpenPointer, ExpandsAValueOfTypeTwo) {
+    WithTree([] {
+        (void)setenv("LWD_HIVE", "hkey_local_machine", 1);
+        Software software;
+        const std::string text = "%LWD_HIVE%\\SOFTWARE/B";
+        ASSERT_TRUE(software.SetValue("Link", text.data(), static_cast<unsigned>(text.size()),
+                                      kRegistryExpandString, nullptr));
+        CRegistry registry;
+        EXPECT_EQ(registry.OpenPointer("", "Link", software.Key(), 0), 0);
+        EXPECT_EQ(registry.Key(), software.Key()->FindChild("B"));
+        registry.ExpandStrings(false);
+        EXPECT_EQ(registry.OpenPointer("", "Link", software.Key(), 0), -1);
+    });
+}
+
 TEST(OpenPointer, ATextWithASecondBackslashLeadsNowhere) {
     // The first one has become a slash, so the others alone separate.
     WithTree([] {
@@ -495,6 +524,35 @@ TEST(GetUuidValue, ReadsATextAndTriesTwice) {
         }
         EXPECT_EQ(value, "u-1");
         EXPECT_EQ(registry.Key(), nullptr);
+    });
+}
+
+TEST(GetUuidValue, TakesWhatItsSecondTryFinds) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    WithTree([] {
+        CRegistry registry;
+        std::string value;
+        TraceCapture trace{2};
+        FaultOf<&::malloc> fault;
+        constexpr const char* kPath =
+            R"(SYSTEM\CurrentControlSet\Control\UUID\C3681B60-0D26-11D3-8319-00A0C9B61E25)";
+        fault.Only([](size_t size) { return size == strlen(kPath) + 1; });
+        fault.Fail(ENOMEM);
+        EXPECT_TRUE(registry.GetUuidValue(value, "Uuid"));
+        EXPECT_EQ(value, "u-1");
+        EXPECT_EQ(trace.LinesWith("##ERROR").size(), 1U);
+        EXPECT_EQ(trace.LinesWith("CRegistry::Open \"SYSTEM").size(), 2U);
+    });
+}
+
+TEST(GetUuidValue, IsFalseWithoutTheHiveOfTheMachine) {
+    RegistryHost host{"[HKEY_USERS]\na=d=1\n\n\n"};
+    host.Run([] {
+        CRegistry registry;
+        EXPECT_EQ(CRegistry::MHives[kHiveLocalMachine], nullptr);
+        std::string value = "before";
+        EXPECT_FALSE(registry.GetUuidValue(value, "Uuid"));
+        EXPECT_EQ(value, "before");
     });
 }
 
@@ -656,6 +714,47 @@ TEST(GetValue, TracesTheLengthAtLevelFour) {
     });
 }
 
+TEST(GetValue, IsSilentAtLevelThree) {
+    WithTree([] {
+        Software registry;
+        TraceCapture trace{3};
+        (void)registry.GetValue("Home", nullptr);
+        (void)registry.GetValue("X", nullptr);
+        EXPECT_THAT(trace.Lines(), IsEmpty());
+    });
+}
+
+TEST(Registry, ReadsAndSetsValuesOfAnotherKeyThanTheCurrentOne) {
+    WithTree([] {
+        Software software;
+        CRegistry other;  // has no key
+        const HKEY key = software.Key();
+        EXPECT_TRUE(other.SetValue("New", "xyz", 3, kRegistryString, key));
+        unsigned number = 0;
+        EXPECT_EQ(other.GetValue(&number, "Count", key), 0);
+        EXPECT_EQ(number, static_cast<unsigned>(-42));
+        std::string text;
+        EXPECT_EQ(other.GetValue(text, "New", key), 0);
+        EXPECT_EQ(text, "xyz");
+        char buffer[4];
+        EXPECT_EQ(other.GetValue(buffer, "New", sizeof buffer, key), 0);
+        EXPECT_STREQ(buffer, "xyz");
+        unsigned count = sizeof buffer;
+        EXPECT_EQ(other.QueryValue(buffer, "Short", &count, key), 0);
+        EXPECT_STREQ(buffer, "abc");
+        EXPECT_EQ(count, 3U);
+        EXPECT_EQ(other.Key(), nullptr);
+
+        EXPECT_EQ(other.Open("B", key, 0), 0);
+        EXPECT_TRUE(other.SetValue("Short", "def", 3, kRegistryString, key));
+        EXPECT_EQ(software.GetValue(text, "Short", nullptr), 0);
+        EXPECT_EQ(text, "def");
+        EXPECT_EQ(other.GetValue(text, "Short", nullptr), ENODATA)
+            << "the current key is not asked";
+        EXPECT_EQ(ContentOf(other), "x=d=1\n\n");
+    });
+}
+
 TEST(GetValue, UsesItsBufferAgainOnlyWhereTheValueHasRoom) {
     WithTree([] {
         (void)setenv("LWD_LONG", std::string(500, 'l').c_str(), 1);
@@ -775,6 +874,26 @@ TEST(GetValue, IntoABufferOfTheTextsLengthGives34AndACopyWithoutAnEnd) {
         EXPECT_EQ(registry.GetValue(buffer.Buffer().data(), "Path", 0, nullptr), ERANGE);
         EXPECT_EQ(registry.GetValue(buffer.Buffer().data(), "Count", 8, nullptr), ENODATA);
         EXPECT_EQ(registry.GetValue(buffer.Buffer().data(), nullptr, 8, nullptr), EINVAL);
+    });
+}
+
+TEST(GetValue, IntoABufferCountsTheTextAsItIsExpanded) {
+    WithTree([] {
+        (void)setenv("LWD_QX_HOME", "/opt", 1);
+        Software registry;  // "Home" is "%LWD_QX_HOME%/bin"
+        char buffer[] = "123456789";
+        EXPECT_EQ(registry.GetValue(buffer, "Home", 8, nullptr), ERANGE);
+        EXPECT_STREQ(buffer, "/opt/bin9");
+        EXPECT_EQ(registry.ValueLength(), 8U);
+        EXPECT_EQ(registry.GetValue(buffer, "Home", 9, nullptr), 0);
+        EXPECT_STREQ(buffer, "/opt/bin");
+        unsigned count = 0;
+        EXPECT_EQ(registry.QueryValue(nullptr, "Home", &count, nullptr), 0);
+        EXPECT_EQ(count, 9U);
+        registry.ExpandStrings(false);
+        EXPECT_EQ(registry.GetValue(buffer, "Home", 9, nullptr), ERANGE);
+        EXPECT_STREQ(buffer, "%LWD_QX_H");
+        EXPECT_EQ(registry.ValueLength(), 18U);
     });
 }
 

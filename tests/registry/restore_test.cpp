@@ -239,6 +239,32 @@ TEST(SetupTree, AnExceptionLeavesTheTreeForTheNextHandle) {
     });
 }
 
+TEST(SetupTree, TellsOfAnExceptionAtLevelTwoOnly) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    RegistryHost host{TreeWith("current")};
+    host.Run([] {
+        TraceCapture trace{1};
+        {
+            FaultOf<&::malloc> fault;
+            fault.AlwaysFail(ENOMEM);
+            CRegistry::SetupTree(false);
+        }
+        EXPECT_THAT(trace.Lines(), IsEmpty());
+    });
+}
+
+TEST(SetupTree, TellsOfATreeThatHasChanged) {
+    RegistryHost host{TreeWith("first")};
+    host.Run([] {
+        CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+        EXPECT_EQ(registry.SetValue("other", 1), 0);
+        TraceCapture trace{2};
+        CRegistry::SetupTree(true);
+        EXPECT_EQ(trace.LinesWith("SetupTree"),
+                  Lines{"CRegistry: SetupTree(): ForceSetup=1, MIsSetup=1, MIsDirty=1"});
+    });
+}
+
 TEST(SetupTree, WithoutMemoryForAKeyTheFileIsNotTakenForAPartOfItself) {
     if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
     std::string text = TreeWith("current");
