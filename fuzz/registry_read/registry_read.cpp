@@ -1,4 +1,6 @@
 // Input: two registry files, with a line "---" between them, read one over the other.
+#include <vector>
+
 #include "registry/registry_text.h"
 #include "registry/slow_registry.h"
 #include "support/fuzz.h"
