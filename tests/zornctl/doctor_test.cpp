@@ -150,8 +150,9 @@ TEST_F(Doctor, LooksForModulesWhereTheServiceIsTold) {
 
 TEST_F(Doctor, NamesWhatAnOrdinaryUserMayNotReadAndShowsTheRest) {
     host.File(std::string{kConfigDirectory} + "/a.ini", "[zorn]\n[EndOfFile]\n");
-    host.Directory(kConfigDirectory, 0700);
-    host.Directory("/opt/Corvanthimex/lib64", 0700);
+    for (const char* folder : {kConfigDirectory, "/opt/Corvanthimex/lib64"}) {
+        host.Directory(folder, 0);
+    }
     const auto run = Run({.uid = 1000});
     EXPECT_EQ(run.end, Exited(0)) << run.error;
     EXPECT_EQ(RowOf(run, "configuration directory"),
