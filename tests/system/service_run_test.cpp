@@ -226,8 +226,7 @@ TEST_F(ServiceRun, LeavesNothingOnTheMachineButItsLog) {
         return paths;
     };
     for (const char* folder : {"/run", "/var/run", "/tmp", "/etc"}) m_Machine.Directory(folder);
-    RunTo(SIGTERM, "obedient");
-    m_Machine.Remove(kLog);  // a first run, for what the machine itself makes of its own
+    EXPECT_EQ(m_Machine.Start({"/bin/true"}).Wait(), Exited(0));  // makes what any run finds
     const std::set<std::string> before = files();
     HostProcess zorn = StartAndWait("obedient", kLevel3);
     std::set<std::string> made;
