@@ -224,7 +224,8 @@ try_rpm() { # PACKAGE NEWER-PACKAGE
 }
 
 deb_names_contact() {
-    inside dpkg -s zorn | grep -qx "Maintainer: $contact"
+    # shellcheck disable=SC2016  # for dpkg-query
+    [[ $(inside dpkg-query -W -f '${Maintainer}' zorn) == "$contact" ]]
 }
 
 rpm_names_contact() {
@@ -232,7 +233,7 @@ rpm_names_contact() {
 }
 
 rpm_asks_for_gzip() {
-    rpm_inside -qR zorn | grep -qx gzip
+    grep -x gzip <<<"$(rpm_inside -qR zorn)"
 }
 
 try_archive() { # ARCHIVE NEWER-ARCHIVE
