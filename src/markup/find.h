@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+#include "markup/markup_document.h"
+#include "markup/markup_path.h"
+
+/// Looks for an element of a document by a path. Thread-safety: one thread.
+class MarkupFind {
+  public:
+    MarkupFind(const MarkupDocument& document, const MarkupPath& path)
+        : m_Document(document), m_Path(path) {}
+
+    /// The first of `sibling` and those that follow it to which a relative path leads, or 0.
+    [[nodiscard]] int32_t Among(int32_t sibling) const;
+
+    /// The next element behind `position`, in the order of the text, that the only name of the path
+    /// fits, or 0.
+    [[nodiscard]] int32_t Behind(int32_t position) const;
+
+  private:
+    const MarkupDocument& m_Document;
+    const MarkupPath& m_Path;
+
+    [[nodiscard]] bool Fits(int32_t position, const PathSegment& segment) const;
+    [[nodiscard]] bool HasName(int32_t position, std::string_view name) const;
+    [[nodiscard]] bool HasWantedAttribute(int32_t position) const;
+    [[nodiscard]] int32_t NextFitting(int32_t sibling, const PathSegment& segment) const;
+    [[nodiscard]] int32_t Following(int32_t position) const;
+};

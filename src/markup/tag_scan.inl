@@ -1,0 +1,137 @@
+// The scan of a text for tags, compiled once for each instruction set: MARKUP_ISA is its attribute, and
+// Bytes64, which looks at 64 bytes at a time, is defined in front of the include.
+
+/// The structural characters of a text, a bit each, for the 64 bytes at hand.
+class Structure {
+  public:
+    MARKUP_ISA explicit Structure(std::string_view text) : m_Text(text) { Load(0); }
+
+    /// The first "<" from `from` on; the size of the text if there is none.
+    MARKUP_ISA size_t NextTag(size_t from) {
+        if (from - m_Begin < 64) {
+            const uint64_t tags = m_Tags >> (from - m_Begin);
+            if (tags != 0) return from + CountZeros(tags);
+            from = m_Begin + 64;
+        }
+        size_t begin = from & ~size_t{63};
+        uint64_t tags = 0;
+        for (; begin + 64 <= m_Text.size(); begin += 64) {
+            tags = Bytes64{m_Text.data() + begin}.Equal('<');
+            if (begin < from) tags &= ~uint64_t{0} << (from - begin);
+            if (tags != 0) break;
+        }
+        if (begin >= m_Text.size()) return m_Text.size();
+        Load(begin);
+        if (tags == 0) {
+            tags = m_Tags;
+            if (begin < from) tags &= ~uint64_t{0} << (from - begin);
+            if (tags == 0) return m_Text.size();
+        }
+        return begin + CountZeros(tags);
+    }
+
+    /// The first ">" or "=".
+    MARKUP_ISA size_t NextStop(size_t from) { return Next(&Structure::m_Stops, from); }
+    /// The first quote of that kind.
+    MARKUP_ISA size_t NextQuote(size_t from, char quote) {
+        return Next(quote == '"' ? &Structure::m_DoubleQuotes : &Structure::m_SingleQuotes, from);
+    }
+
+  private:
+    std::string_view m_Text;
+    size_t m_Begin = 0;  ///< of the 64 bytes at hand
+    uint64_t m_Tags = 0;
+    uint64_t m_Stops = 0;
+    uint64_t m_DoubleQuotes = 0;
+    uint64_t m_SingleQuotes = 0;
+
+    MARKUP_ISA static size_t CountZeros(uint64_t bits) {
+        return static_cast<size_t>(__builtin_ctzll(bits));
+    }
+
+    MARKUP_ISA void Load(size_t begin) {
+        m_Begin = begin;
+        if (begin + 64 <= m_Text.size()) {
+            Take(Bytes64{m_Text.data() + begin});
+            return;
+        }
+        char rest[64] = {};
+        memcpy(rest, m_Text.data() + begin, m_Text.size() - begin);
+        Take(Bytes64{rest});
+    }
+
+    MARKUP_ISA void Take(const Bytes64& bytes) {
+        m_Tags = bytes.Equal('<');
+        m_Stops = bytes.Equal('>') | bytes.Equal('=');
+        m_DoubleQuotes = bytes.Equal('"');
+        m_SingleQuotes = bytes.Equal('\'');
+    }
+
+    MARKUP_ISA size_t Next(uint64_t Structure::*of, size_t from) {
+        if (from >= m_Text.size()) return m_Text.size();
+        if (from - m_Begin >= 64) Load(from & ~size_t{63});
+        const uint64_t here = this->*of >> (from - m_Begin);
+        if (here != 0) return from + CountZeros(here);
+        while (m_Begin + 64 < m_Text.size()) {
+            Load(m_Begin + 64);
+            if (this->*of != 0) return m_Begin + CountZeros(this->*of);
+        }
+        return m_Text.size();
+    }
+};
+
+/// The ">" of the start tag whose name begins at `place`, or the size of the text. Tells whether it ends
+/// a value without quotes.
+MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text, size_t place,
+                                    bool& isUnquoted) {
+    for (;;) {
+        place = structure.NextStop(place);
+        if (place == text.size() || text[place] == '>') return place;
+        do {
+            if (++place == text.size()) return place;
+        } while (kIsWhiteSpace(text[place]));
+        const char first = text[place];
+        if (first == '"' || first == '\'') {
+            place = structure.NextQuote(place + 1, first) + 1;
+            if (place > text.size()) return text.size();
+            continue;
+        }
+        while (place < text.size() && text[place] != '>' && !kIsWhiteSpace(text[place])) ++place;
+        isUnquoted = place < text.size() && text[place] == '>';
+        if (place == text.size() || isUnquoted) return place;
+    }
+}
+
+/// Hands all tags from `place` on to the parse.
+MARKUP_ISA static void ScanTags(MarkupParse& parse, size_t place) {
+    const std::string_view text = parse.Text();
+    Structure structure{text};
+    for (;;) {
+        const size_t start = structure.NextTag(place);
+        if (start + 1 >= text.size()) {
+            if (start < text.size()) parse.TakeToken(start);
+            return;
+        }
+        const char first = text[start + 1];
+        if (kIsNameStart(first)) {
+            bool isUnquoted = false;
+            const size_t end = FindTagEnd(structure, text, start + 2, isUnquoted);
+            if (end < text.size()) {
+                const bool isEmpty =
+                    text[end - 1] == '/' && (!isUnquoted || kIsBeforeEmptySlash(text[end - 2]));
+                parse.Open(start, end + 1 - start, isEmpty);
+                place = end + 1;
+                continue;
+            }
+        } else if (first == '/') {
+            size_t end = structure.NextStop(start + 2);
+            while (end < text.size() && text[end] == '=') end = structure.NextStop(end + 1);
+            if (end < text.size() && parse.IsNameOfTop(text.data() + start + 2, end - start - 2)) {
+                parse.CloseTop(start, end + 1);
+                place = end + 1;
+                continue;
+            }
+        }
+        place = parse.TakeToken(start);
+    }
+}
