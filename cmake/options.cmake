@@ -10,6 +10,8 @@ target_compile_options(zorn_options INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Paths and names are cut at the size of their fields on purpose.
   target_compile_options(zorn_options INTERFACE -fno-lifetime-dse -Wno-format-truncation)
+  # Exported functions are called and inlined directly: no module puts its own in their place.
+  target_compile_options(zorn_options INTERFACE -fno-semantic-interposition)
   # With ccache in front precompiled headers need this.
   target_compile_options(zorn_options INTERFACE -fpch-preprocess)
 else()
