@@ -29,6 +29,13 @@ inline constexpr CharacterClass kIsNameStart{
 inline constexpr CharacterClass kIsTagNameEnd{"\t\n\r />"};
 inline constexpr CharacterClass kIsPathNameEnd{" /=[]"};
 inline constexpr CharacterClass kIsBeforeEmptySlash{"\t\n\r \"'"};
+inline constexpr CharacterClass kIsReferenceNameStart{
+    "#:_ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", true};
+inline constexpr CharacterClass kIsReferenceName{
+    "-.:_0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", true};
+inline constexpr CharacterClass kIsAttributeNameEnd{"\t\n\r /=>?"};
+inline constexpr CharacterClass kIsUnquotedValueEnd{"\t\n\r >"};
+inline constexpr CharacterClass kIsWordEnd{"\t\n\r !\"'/;<=>?\\"};
 
 /// The letter in lower case, if it is one of A to Z.
 constexpr char Lower(char character) {
