@@ -1,0 +1,29 @@
+// Input: any bytes.
+#include <algorithm>
+
+#include "markup/attribute_scan.h"
+#include "markup/entities.h"
+#include "markup/slow_decode.h"
+#include "support/fuzz.h"
+
+void Fuzz(std::string_view input) {
+    HOLDS(DecodeText(EscapeText(input, 0), 0) == input);
+    HOLDS(DecodeText(EscapeText(input, kEscapeQuotes), 0) == input);
+    const std::string kept = EscapeText(input, kEscapeKeepReferences);
+    HOLDS(EscapeText(kept, kEscapeKeepReferences) == kept);
+    for (const uint32_t flags : {0U, kMarkupTrim, kMarkupCollapse}) {
+        const std::string text = DecodeText(input, flags);
+        HOLDS(text.size() <= input.size());
+        HOLDS(text ==
+              SlowDecode(std::string{input}, flags == kMarkupTrim, flags == kMarkupCollapse));
+    }
+    const std::string printable = EscapeNonPrintable(input, kEscapeQuotes);
+    HOLDS(std::ranges::all_of(printable, [](char c) { return c >= ' ' && c <= '~'; }));
+    HOLDS(TextOfSections(MakeCdata(input)) == input);
+    TokenCursor cursor{.text = input};
+    AttributeText attribute;
+    while (FindAttribute(cursor, nullptr, 0, &attribute)) {
+        HOLDS(IsPartOf(input, attribute.name) && IsPartOf(input, attribute.value));
+    }
+    HOLDS(static_cast<size_t>(cursor.next) == input.size());
+}
