@@ -73,6 +73,7 @@ bool MarkupDocument::ParseDocument() {
         positions->Grow(static_cast<int32_t>(document.size() / 64 + 8));
         ElementPosition& root = (*positions)[0];
         root = {};
+        flags &= ~kMarkupChanged;
         if (document.empty()) return true;
         TokenCursor cursor = CursorAt(0);
         const int32_t first = ParseElements(0, cursor);
@@ -87,7 +88,6 @@ bool MarkupDocument::ParseDocument() {
         Clear();
         throw;
     }
-    flags &= ~kMarkupChanged;
     return IsWellFormed();
 }
 

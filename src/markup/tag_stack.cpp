@@ -6,64 +6,68 @@
 namespace {
 
 /// So many entries are looked at before names are counted.
-constexpr size_t kShortWay = 16;
+constexpr int kShortWay = 16;
 
 /// FNV-1a, a character at a time.
 class NameHash {
   public:
+    explicit NameHash(bool ignoresCase) : m_IgnoresCase(ignoresCase) {}
     void Add(char character) {
-        m_Value = (m_Value ^ static_cast<unsigned char>(Lower(character))) * 0x100000001B3;
+        if (m_IgnoresCase) character = Lower(character);
+        m_Value = (m_Value ^ static_cast<unsigned char>(character)) * 0x100000001B3;
     }
     [[nodiscard]] uint64_t Value() const { return m_Value; }
 
   private:
+    const bool m_IgnoresCase;
     uint64_t m_Value = 0xCBF29CE484222325;
 };
 
 }  // namespace
 
-TagStack::TagStack(std::string_view text, bool ignoresCase, TagStackEntry parent)
-    : m_Text(text), m_IgnoresCase(ignoresCase) {
-    m_Entries.reserve(7);
-    m_Entries.push_back(parent);
+std::string_view TagStack::TextFromName(int32_t position) const {
+    return m_Text.substr(static_cast<size_t>(m_Positions[position].start) + 1);
 }
 
-std::string_view TagStack::NameOf(const TagStackEntry& entry) const {
-    const auto begin = static_cast<size_t>(entry.name - m_Text.data());
-    size_t end = begin;
-    while (end < m_Text.size() && !kIsTagNameEnd(m_Text[end])) ++end;
-    return m_Text.substr(begin, end - begin);
+std::string_view TagStack::NameOf(int32_t position) const {
+    const std::string_view rest = TextFromName(position);
+    size_t end = 0;
+    while (end < rest.size() && !kIsTagNameEnd(rest[end])) ++end;
+    return rest.substr(0, end);
 }
 
-bool TagStack::Matches(const TagStackEntry& entry, std::string_view name) const {
-    const std::string_view rest = m_Text.substr(static_cast<size_t>(entry.name - m_Text.data()));
+bool TagStack::Matches(int32_t position, std::string_view name) const {
+    const std::string_view rest = TextFromName(position);
     return !name.empty() && rest.size() > name.size() &&
            IsSameName(rest.substr(0, name.size()), name, m_IgnoresCase) &&
            (kIsTagNameEnd(rest[name.size()]) || kIsPathNameEnd(rest[name.size()]));
 }
 
-size_t TagStack::Find(std::string_view name) {
-    size_t place = Size() - 1;
-    const size_t turn = place > kShortWay ? place - kShortWay : 0;
-    for (; place > turn; --place) {
-        if (Matches(m_Entries[place], name)) return place;
+int32_t TagStack::Find(int32_t top, std::string_view name) {
+    int steps = 0;
+    for (int32_t at = top; at != m_Bottom; at = m_Positions[at].parent) {
+        if (steps++ == kShortWay && !IsThere(top, name)) return 0;
+        if (Matches(at, name)) return at;
     }
-    if (place == 0) return 0;
-    if (!m_IsCounting) {
-        m_IsCounting = true;
-        for (size_t i = 1; i < Size(); ++i) Count(m_Entries[i].name, 1);
-    }
-    NameHash hash;
-    for (const char character : name) hash.Add(character);
-    const auto found = m_Counts.find(hash.Value());
-    if (found == m_Counts.end() || found->second == 0) return 0;
-    while (place > 0 && !Matches(m_Entries[place], name)) --place;
-    return place;
+    return 0;
 }
 
-void TagStack::Count(const char* name, int32_t change) {
-    NameHash hash;
-    const char* at = name;
+/// By the counts alone: names of the same hash make it true too.
+bool TagStack::IsThere(int32_t top, std::string_view name) {
+    if (!m_IsCounting) {
+        m_IsCounting = true;
+        for (int32_t at = top; at != m_Bottom; at = m_Positions[at].parent) Count(at, 1);
+    }
+    NameHash hash{m_IgnoresCase};
+    for (const char character : name) hash.Add(character);
+    const auto found = m_Counts.find(hash.Value());
+    return found != m_Counts.end() && found->second != 0;
+}
+
+void TagStack::Count(int32_t position, int32_t change) {
+    NameHash hash{m_IgnoresCase};
+    const std::string_view text = TextFromName(position);
+    const char* at = text.data();
     do {
         hash.Add(*at++);
         if (kIsTagNameEnd(*at) || kIsPathNameEnd(*at)) m_Counts[hash.Value()] += change;

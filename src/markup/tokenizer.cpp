@@ -184,6 +184,7 @@ class Scan {
             place = FindUnquoted(place);
             if (At(place) != '<') return EndBehind(place, kNodeDocumentType, "document_type");
             const size_t bad = SkipInDocumentType(place);
+            if (bad == m_Text.size()) return EndUnterminated("document_type");
             if (bad != kNone) {
                 const bool isComment = At(bad - 1) == '-';
                 return EndWithFault(isComment ? "comment_tag_syntax" : "doctype_tag_syntax", bad);
