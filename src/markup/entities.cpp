@@ -187,8 +187,8 @@ std::string EscapeNonPrintable(std::string_view text, uint32_t flags) {
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        const auto end = std::ranges::find_if_not(text, IsPrintable);
-        const std::string_view printable = text.substr(0, static_cast<size_t>(end - text.begin()));
+        const auto count = std::ranges::find_if_not(text, IsPrintable) - text.begin();
+        const std::string_view printable = text.substr(0, static_cast<size_t>(count));
         if (flags != 0) {
             AppendEscaped(printable, flags, result);
         } else {
