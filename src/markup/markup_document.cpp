@@ -77,6 +77,7 @@ bool MarkupDocument::ParseDocument() {
         if (document.empty()) return true;
         TokenCursor cursor = CursorAt(0);
         const int32_t first = ParseElements(0, cursor);
+        positions->Trim(nextUnused);
         (*positions)[0].length = static_cast<int32_t>(document.size());
         (*positions)[0].firstChild = first;
         if (first == 0) {
@@ -283,7 +284,10 @@ std::string MarkupDocument::GetNodeName() const {
             return "#cdata-section";
         case kNodeComment:
             return "#comment";
-        case kNodeInstruction:
+        case kNodeInstruction: {
+            const std::string_view name = NameAt(nodeOffset + 2);
+            return std::string{name.substr(0, name.find('?'))};
+        }
         case kNodeDocumentType:
         case kNodeEndTag:
             return std::string{NameAt(nodeOffset + 2)};

@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -10,10 +11,14 @@
 
 namespace {
 
+/// What ends a name in an open tag, as seen by an end tag.
+constexpr CharacterClass kIsOpenNameEnd{"\t\n\r />=[]"};
+
 // SSE2 is there on each x86-64.
 namespace sse2 {
 
-#define MARKUP_ISA inline
+#define MARKUP_SCAN
+#define MARKUP_ISA __attribute__((always_inline)) inline
 
 struct Bytes64 {
     __m128i parts[4];
@@ -36,13 +41,15 @@ struct Bytes64 {
 
 #include "markup/tag_scan.inl"
 
+#undef MARKUP_SCAN
 #undef MARKUP_ISA
 
 }  // namespace sse2
 
 namespace avx2 {
 
-#define MARKUP_ISA __attribute__((target("avx2,bmi"))) inline
+#define MARKUP_SCAN __attribute__((target("avx2,bmi")))
+#define MARKUP_ISA __attribute__((target("avx2,bmi"), always_inline)) inline
 
 struct Bytes64 {
     __m256i parts[2];
@@ -63,46 +70,68 @@ struct Bytes64 {
 
 #include "markup/tag_scan.inl"
 
+#undef MARKUP_SCAN
 #undef MARKUP_ISA
 
 }  // namespace avx2
 
 }  // namespace
 
+void ScanTagsBySse2(MarkupParse& parse, size_t place) {
+    sse2::ScanTags(parse, place);
+}
+
+void ScanTagsByAvx2(MarkupParse& parse, size_t place) {
+    avx2::ScanTags(parse, place);
+}
+
+TagScan FastestTagScan() {
+    const bool hasAvx2 = __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0;
+    return hasAvx2 ? ScanTagsByAvx2 : ScanTagsBySse2;
+}
+
 MarkupParse::MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& cursor)
     : m_Document(document),
       m_Cursor(cursor),
       m_Positions(*document.positions),
-      m_Stack(cursor.text, (cursor.flags & kMarkupIgnoreCase) != 0, {nullptr, parent, 0}),
       m_Parent(parent),
-      m_First(document.nextUnused),
-      m_Depth(m_Positions[parent].levelFlags & kElementDepth),
-      m_Next(document.nextUnused),
-      m_Capacity(m_Positions.Capacity()) {}
+      m_Stack(cursor.text, (cursor.flags & kMarkupIgnoreCase) != 0, m_Positions, parent),
+      m_Edge(EdgeAt({.next = document.nextUnused,
+                     .parent = parent,
+                     .depth = (m_Positions[parent].levelFlags & kElementDepth) + 1})) {}
 
-int32_t MarkupParse::Run() {
-    const auto begin = static_cast<size_t>(m_Cursor.next);
-    if (__builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0) {
-        avx2::ScanTags(*this, begin);
-    } else {
-        sse2::ScanTags(*this, begin);
-    }
-    if (m_Stack.Size() > 1) EndUnended(1, static_cast<int64_t>(Text().size()));
-    CloseChildren(m_Stack.Top());
-    m_Document.nextUnused = m_Next;
-    return m_Next > m_First ? m_First : 0;
+int32_t MarkupParse::Run(TagScan scan) {
+    const int32_t first = m_Edge.next;
+    scan(*this, static_cast<size_t>(m_Cursor.next));
+    EndUnended(m_Parent, static_cast<int64_t>(Text().size()));
+    m_Document.nextUnused = m_Edge.next;
+    if (m_Edge.next == first) return 0;
+    m_Positions[first].previousSibling = m_Edge.last;
+    return first;
 }
 
-void MarkupParse::Grow() {
-    m_Positions.Grow(m_Next + m_Next / 2);
-    m_Capacity = m_Positions.Capacity();
+/// With the pointers that follow from the positions.
+MarkupParse::Edge MarkupParse::EdgeAt(Edge edge) const {
+    const int32_t segmentEnd = (edge.next | (SegmentedPositions::kSegmentSize - 1)) + 1;
+    const int32_t room = std::min(segmentEnd, m_Positions.Capacity()) - edge.next;
+    edge.record = room > 0 ? &m_Positions[edge.next] : nullptr;
+    edge.end = edge.record + room;
+    edge.open = &m_Positions[edge.parent];
+    edge.link = edge.last != 0 ? &m_Positions[edge.last].nextSibling : &edge.open->firstChild;
+    return edge;
+}
+
+MarkupParse::Edge MarkupParse::MakeRoom(const Edge& edge) {
+    if (edge.next == m_Positions.Capacity()) m_Positions.Grow(edge.next + edge.next / 2);
+    return EdgeAt(edge);
 }
 
 size_t MarkupParse::TakeToken(size_t start) {
     m_Cursor.next = static_cast<int32_t>(start);
     const int32_t type = NextToken(m_Cursor, m_Token);
     if (type == kNodeElement) {
-        Open(start, static_cast<size_t>(m_Token.length), (m_Token.nodeFlags & kTokenEmpty) != 0);
+        Open(m_Edge, start, static_cast<size_t>(m_Token.length),
+             (m_Token.nodeFlags & kTokenEmpty) != 0);
     } else if (type == kTokenEndTag) {
         TakeEndTag();
     } else if (type == kTokenError) {
@@ -113,68 +142,67 @@ size_t MarkupParse::TakeToken(size_t start) {
 
 void MarkupParse::TakeEndTag() {
     const std::string_view name = m_Cursor.Word();
-    const size_t place = m_Stack.Find(name);
-    if (place == 0) {
+    const int32_t position = m_Stack.Find(m_Edge.parent, name);
+    if (position == 0) {
         TakeLoneEndTag(name);
         return;
     }
-    if (place + 1 < m_Stack.Size()) EndUnended(place + 1, m_Token.start + 1);
-    CloseTop(static_cast<size_t>(m_Token.start), static_cast<size_t>(m_Token.End()));
+    EndUnended(position, m_Token.start + 1);
+    Close(m_Edge, static_cast<size_t>(m_Token.start), static_cast<size_t>(m_Token.End()));
 }
 
 void MarkupParse::TakeLoneEndTag(std::string_view name) {
     m_Positions[0].levelFlags |= kElementIllFormed;
-    m_Positions[m_Stack.Top().position].levelFlags |= kElementMissesEnd;
+    m_Edge.open->levelFlags |= kElementMissesEnd;
     AddErrorRecord(m_Document.result, "lone_end_tag", name, m_Token.start);
 }
 
 void MarkupParse::TakeFault() {
     m_Positions[0].levelFlags |= kElementIllFormed;
-    m_Positions[m_Stack.Top().position].levelFlags |= kElementMissesEnd;
+    m_Edge.open->levelFlags |= kElementMissesEnd;
     if (m_Document.result.size() < kResultLimit) m_Document.result.append(m_Token.errorText);
 }
 
-/// The elements from there on have no end tags: what is in them follows them. `offset` is that of what
-/// has shown it.
-void MarkupParse::EndUnended(size_t outermost, int64_t offset) {
+/// The open elements in `parent` have no end tags: what is in them follows them. `offset` is that of
+/// what has shown it.
+void MarkupParse::EndUnended(int32_t parent, int64_t offset) {
+    if (m_Edge.parent == parent) return;
     m_Positions[0].levelFlags |= kElementIllFormed;
-    for (size_t place = m_Stack.Size() - 1; place >= outermost; --place) MarkUnended(place, offset);
-    MoveChildrenUp(outermost);
-    while (m_Stack.Size() > outermost) m_Stack.Pop();
+    int32_t outermost = 0;
+    for (int32_t position = m_Edge.parent; position != parent;
+         position = m_Positions[position].parent) {
+        MarkUnended(position, offset);
+        MoveChildrenOut(position);
+        if (m_Stack.IsCounting()) m_Stack.Count(position, -1);
+        --m_Edge.depth;
+        outermost = position;
+    }
+    m_Edge.parent = parent;
+    for (int32_t child = outermost; child != 0; child = m_Positions[child].nextSibling) {
+        m_Positions[child].parent = parent;
+        m_Edge.last = child;
+    }
+    m_Edge = EdgeAt(m_Edge);
 }
 
-void MarkupParse::MarkUnended(size_t place, int64_t offset) {
-    const TagStackEntry& entry = m_Stack[place];
-    ElementPosition& element = m_Positions[entry.position];
+void MarkupParse::MarkUnended(int32_t position, int64_t offset) {
+    ElementPosition& element = m_Positions[position];
     if ((element.levelFlags & kElementMissesEnd) != 0) {
         element.levelFlags &= ~kElementMissesEnd;
-        m_Positions[m_Stack[place - 1].position].levelFlags |= kElementMissesEnd;
+        m_Positions[element.parent].levelFlags |= kElementMissesEnd;
     }
     element.levelFlags |= kElementNonEnded;
     if (m_Document.result.size() >= kResultLimit) return;
-    AddErrorRecord(m_Document.result, "unended_start_tag", m_Stack.NameOf(entry), element.start,
+    AddErrorRecord(m_Document.result, "unended_start_tag", m_Stack.NameOf(position), element.start,
                    offset);
 }
 
-/// Each of these elements is the last child of the one in front: so all in one go, each child once.
-void MarkupParse::MoveChildrenUp(size_t outermost) {
-    TagStackEntry& parent = m_Stack[outermost - 1];
-    for (size_t place = outermost; place < m_Stack.Size(); ++place) {
-        const TagStackEntry& entry = m_Stack[place];
-        parent.lastChild = entry.position;
-        if (entry.lastChild == 0) continue;
-        ElementPosition& element = m_Positions[entry.position];
-        const int32_t first = std::exchange(element.firstChild, 0);
-        element.nextSibling = first;
-        m_Positions[first].previousSibling = entry.position;
-        m_Positions[first].levelFlags &= ~kElementFirstSibling;
-        for (int32_t child = first; child != 0; child = m_Positions[child].nextSibling) {
-            m_Positions[child].parent = parent.position;
-        }
-        parent.lastChild = entry.lastChild;
-    }
-}
-
-bool MarkupParse::IsSame(const char* one, const char* other, size_t length) {
-    return memcmp(one, other, length) == 0;
+/// Behind the element, which is the last child of its parent.
+void MarkupParse::MoveChildrenOut(int32_t position) {
+    ElementPosition& element = m_Positions[position];
+    if (element.firstChild == 0) return;
+    element.nextSibling = std::exchange(element.firstChild, 0);
+    ElementPosition& first = m_Positions[element.nextSibling];
+    first.previousSibling = position;
+    first.levelFlags &= ~kElementFirstSibling;
 }

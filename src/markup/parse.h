@@ -6,6 +6,18 @@
 #include "markup/markup_document.h"
 #include "markup/tag_stack.h"
 
+class MarkupParse;
+
+/// Hands all tags of a text from an offset on to a parse.
+using TagScan = void (*)(MarkupParse& parse, size_t place);
+
+/// One for each instruction set: what every x86-64 has, and AVX2 with BMI. Both find the same.
+void ScanTagsBySse2(MarkupParse& parse, size_t place);
+void ScanTagsByAvx2(MarkupParse& parse, size_t place);
+
+/// The fastest that this processor has.
+[[nodiscard]] TagScan FastestTagScan();
+
 /// Makes the elements of a text.
 ///
 /// What is common, tags without faults, is found by the structural characters of 64 bytes at a time;
@@ -17,55 +29,67 @@ class MarkupParse {
     MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& cursor);
 
     /// Gives the first element made, 0 if there is none. Throws `std::bad_alloc`.
-    int32_t Run();
+    int32_t Run(TagScan scan = FastestTagScan());
 
-    // For the scans of each instruction set.
+    // For the scans.
 
     [[nodiscard]] std::string_view Text() const { return m_Cursor.text; }
 
+    /// Where the tree grows. A scan works on a copy, which a compiler can keep in registers.
+    struct Edge {
+        ElementPosition* record = nullptr;  ///< of the next element, or `end`
+        ElementPosition* end = nullptr;     ///< of the records that lie behind each other
+        ElementPosition* open = nullptr;    ///< the innermost open element, or the parent of all
+        int32_t* link = nullptr;            ///< the word that is to lead to the next element
+        int32_t next = 0;                   ///< position of `record`
+        int32_t parent = 0;                 ///< position of `open`
+        int32_t last = 0;                   ///< its last child, or 0
+        uint32_t depth = 0;                 ///< of the next element
+    };
+    [[nodiscard]] Edge GetEdge() const { return m_Edge; }
+    void SetEdge(const Edge& edge) { m_Edge = edge; }
+
     /// A start tag.
-    void Open(size_t start, size_t length, bool isEmpty) {
-        if (m_Next == m_Capacity) Grow();
-        const int32_t position = m_Next++;
-        TagStackEntry& top = m_Stack.Top();
-        ElementPosition& element = m_Positions[position];
+    void Open(Edge& edge, size_t start, size_t length, bool isEmpty) {
+        if (edge.record == edge.end) edge = MakeRoom(edge);
+        ElementPosition& element = *edge.record++;
+        const int32_t position = edge.next++;
+        *edge.link = position;
         element.start = static_cast<int32_t>(start);
         element.length = static_cast<int32_t>(length);
         element.tagLengths = static_cast<uint32_t>(length) & ElementPosition::kStartTagMask;
-        element.parent = top.position;
+        element.levelFlags = (edge.depth & kElementDepth) | (isEmpty ? kElementEmpty : 0) |
+                             (edge.last == 0 ? kElementFirstSibling : 0);
+        element.parent = edge.parent;
         element.firstChild = 0;
         element.nextSibling = 0;
-        uint32_t flags = (m_Depth + static_cast<uint32_t>(m_Stack.Size())) & kElementDepth;
-        if (isEmpty) flags |= kElementEmpty;
-        if (top.lastChild == 0) {
-            flags |= kElementFirstSibling;
-            element.previousSibling = position;
-            m_Positions[top.position].firstChild = position;
-        } else {
-            element.previousSibling = top.lastChild;
-            m_Positions[top.lastChild].nextSibling = position;
-        }
-        element.levelFlags = flags;
-        top.lastChild = position;
-        if (!isEmpty) m_Stack.Push(Text().data() + start + 1, position);
+        element.previousSibling = edge.last == 0 ? position : edge.last;
+        edge.last = isEmpty ? position : 0;
+        edge.link = isEmpty ? &element.nextSibling : &element.firstChild;
+        if (isEmpty) return;
+        edge.parent = position;
+        edge.open = &element;
+        ++edge.depth;
+        if (m_Stack.IsCounting()) m_Stack.Count(position, 1);
     }
 
-    /// Whether the name of `length` bytes there is that of the uppermost open element.
-    [[nodiscard]] bool IsNameOfTop(const char* name, size_t length) {
-        const char* const open = m_Stack.Top().name;
-        return length != 0 && open != nullptr && IsSame(open, name, length) &&
-               (kIsTagNameEnd(open[length]) || kIsPathNameEnd(open[length]));
-    }
-
-    /// The end tag of the uppermost open element.
-    void CloseTop(size_t start, size_t end) {
-        const TagStackEntry& top = m_Stack.Top();
-        ElementPosition& element = m_Positions[top.position];
+    /// The end tag of the innermost open element. REQUIRES: there is one.
+    void Close(Edge& edge, size_t start, size_t end) {
+        if (m_Stack.IsCounting()) m_Stack.Count(edge.parent, -1);
+        ElementPosition& element = *edge.open;
         element.length = static_cast<int32_t>(end) - element.start;
         element.tagLengths |= static_cast<uint32_t>(end - start) << ElementPosition::kStartTagBits;
-        CloseChildren(top);
-        m_Stack.Pop();
+        // Without children this writes "none" to the root, which has no siblings.
+        m_Positions[element.firstChild].previousSibling = edge.last;
+        edge.last = edge.parent;
+        edge.link = &element.nextSibling;
+        edge.parent = element.parent;
+        edge.open = &m_Positions[element.parent];
+        --edge.depth;
     }
+
+    /// Whether there is an open element.
+    [[nodiscard]] bool IsOpen(const Edge& edge) const { return edge.parent != m_Parent; }
 
     /// Takes the tag there by the tokenizer. Gives the offset behind it.
     size_t TakeToken(size_t start);
@@ -75,26 +99,16 @@ class MarkupParse {
     TokenCursor& m_Cursor;
     NodeToken m_Token;
     SegmentedPositions& m_Positions;
-    TagStack m_Stack;
     const int32_t m_Parent;
-    const int32_t m_First;
-    const uint32_t m_Depth;  ///< of the parent
-    int32_t m_Next;
-    int32_t m_Capacity;
+    TagStack m_Stack;
+    Edge m_Edge;
 
-    static bool IsSame(const char* one, const char* other, size_t length);
-
-    void CloseChildren(const TagStackEntry& entry) {
-        if (entry.lastChild == 0) return;
-        const int32_t first = m_Positions[entry.position].firstChild;
-        m_Positions[first].previousSibling = entry.lastChild;
-    }
-
-    void Grow();
+    [[nodiscard]] Edge EdgeAt(Edge edge) const;
+    [[nodiscard]] Edge MakeRoom(const Edge& edge);
     void TakeEndTag();
     void TakeLoneEndTag(std::string_view name);
     void TakeFault();
-    void EndUnended(size_t outermost, int64_t offset);
-    void MarkUnended(size_t place, int64_t offset);
-    void MoveChildrenUp(size_t outermost);
+    void EndUnended(int32_t parent, int64_t offset);
+    void MarkUnended(int32_t position, int64_t offset);
+    void MoveChildrenOut(int32_t position);
 };

@@ -1,6 +1,11 @@
+// Segments are enlarged by `realloc`, which moves no bytes of a large one, so that memory is not touched
+// twice.
+
 #include "markup/segmented_positions.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <new>
 #include <utility>
 
 void SegmentedPositions::Grow(int32_t capacity) {
@@ -9,14 +14,31 @@ void SegmentedPositions::Grow(int32_t capacity) {
         const int32_t begin = segment << kSegmentBits;
         if (m_Capacity == begin) GrowTable(segment + 1);
         const int32_t wanted = std::min(capacity - begin, kSegmentSize);
-        auto records =
-            std::make_unique_for_overwrite<ElementPosition[]>(static_cast<size_t>(wanted));
-        if (m_Capacity > begin) {
-            std::copy_n(m_Segments[segment].get(), m_Capacity - begin, records.get());
-        }
-        m_Segments[segment] = std::move(records);
+        if (!Resize(segment, wanted)) throw std::bad_alloc{};
         m_Capacity = begin + wanted;
     }
+}
+
+void SegmentedPositions::Trim(int32_t count) {
+    while (m_Capacity > count) {
+        const int32_t segment = (m_Capacity - 1) >> kSegmentBits;
+        const int32_t begin = segment << kSegmentBits;
+        if (count > begin) {
+            if (Resize(segment, count - begin)) m_Capacity = count;
+            return;
+        }
+        m_Segments[segment].reset();
+        m_Capacity = begin;
+    }
+}
+
+bool SegmentedPositions::Resize(int32_t segment, int32_t records) {
+    void* const resized =
+        realloc(m_Segments[segment].get(), static_cast<size_t>(records) * sizeof(ElementPosition));
+    if (resized == nullptr) return false;
+    (void)m_Segments[segment].release();
+    m_Segments[segment].reset(static_cast<ElementPosition*>(resized));
+    return true;
 }
 
 void SegmentedPositions::GrowTable(int32_t segments) {

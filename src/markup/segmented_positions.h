@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/unique_memory.h"
+
 // Bits of `ElementPosition::levelFlags` above the depth.
 inline constexpr uint32_t kElementEmpty = 0x00010000;         ///< written with "/>"
 inline constexpr uint32_t kElementFree = 0x00020000;          ///< the record is free
@@ -64,20 +66,24 @@ class SegmentedPositions {
     /// stays.
     void Grow(int32_t capacity);
 
+    /// Gives back the room behind the first `count` records.
+    void Trim(int32_t count);
+
     /// REQUIRES: 0 <= position < Capacity().
     [[nodiscard]] ElementPosition& operator[](int32_t position) {
-        return m_Segments[position >> kSegmentBits][position & (kSegmentSize - 1)];
+        return m_Segments[position >> kSegmentBits].get()[position & (kSegmentSize - 1)];
     }
     [[nodiscard]] const ElementPosition& operator[](int32_t position) const {
-        return m_Segments[position >> kSegmentBits][position & (kSegmentSize - 1)];
+        return m_Segments[position >> kSegmentBits].get()[position & (kSegmentSize - 1)];
     }
 
   private:
-    using Segment = std::unique_ptr<ElementPosition[]>;
+    using Segment = UniqueMemory<ElementPosition>;
 
     std::unique_ptr<Segment[]> m_Segments;  ///< all full but the last
     int32_t m_Capacity = 0;                 ///< records
     int32_t m_TableSize = 0;                ///< segments that the table has room for
 
     void GrowTable(int32_t segments);
+    [[nodiscard]] bool Resize(int32_t segment, int32_t records);
 };

@@ -31,10 +31,11 @@ class Structure {
     }
 
     /// The first ">" or "=".
-    MARKUP_ISA size_t NextStop(size_t from) { return Next(&Structure::m_Stops, from); }
+    MARKUP_ISA size_t NextStop(size_t from) { return Next<&Structure::m_Stops>(from); }
     /// The first quote of that kind.
     MARKUP_ISA size_t NextQuote(size_t from, char quote) {
-        return Next(quote == '"' ? &Structure::m_DoubleQuotes : &Structure::m_SingleQuotes, from);
+        return quote == '"' ? Next<&Structure::m_DoubleQuotes>(from)
+                            : Next<&Structure::m_SingleQuotes>(from);
     }
 
   private:
@@ -67,14 +68,15 @@ class Structure {
         m_SingleQuotes = bytes.Equal('\'');
     }
 
-    MARKUP_ISA size_t Next(uint64_t Structure::*of, size_t from) {
+    template <uint64_t Structure::*Bits>
+    MARKUP_ISA size_t Next(size_t from) {
         if (from >= m_Text.size()) return m_Text.size();
         if (from - m_Begin >= 64) Load(from & ~size_t{63});
-        const uint64_t here = this->*of >> (from - m_Begin);
+        const uint64_t here = this->*Bits >> (from - m_Begin);
         if (here != 0) return from + CountZeros(here);
         while (m_Begin + 64 < m_Text.size()) {
             Load(m_Begin + 64);
-            if (this->*of != 0) return m_Begin + CountZeros(this->*of);
+            if (this->*Bits != 0) return m_Begin + CountZeros(this->*Bits);
         }
         return m_Text.size();
     }
@@ -102,13 +104,29 @@ MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text,
     }
 }
 
+/// Whether an end tag with the name from `begin` to `end` ends the element.
+MARKUP_ISA static bool IsNameOf(const ElementPosition& element, std::string_view text, size_t begin,
+                                size_t end) {
+    const size_t length = end - begin;
+    const char* const name = text.data() + begin;
+    const char* const open = text.data() + element.start + 1;
+    if (!kIsOpenNameEnd(open[length]) || length == 0) return false;
+    if (length > 16 || begin + 16 > text.size()) return memcmp(open, name, length) == 0;
+    const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(open));
+    const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(name));
+    const auto same = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(one, other)));
+    return (~same & ((1U << length) - 1)) == 0;
+}
+
 /// Hands all tags from `place` on to the parse.
-MARKUP_ISA static void ScanTags(MarkupParse& parse, size_t place) {
+MARKUP_SCAN static void ScanTags(MarkupParse& parse, size_t place) {
     const std::string_view text = parse.Text();
     Structure structure{text};
+    MarkupParse::Edge edge = parse.GetEdge();
     for (;;) {
         const size_t start = structure.NextTag(place);
         if (start + 1 >= text.size()) {
+            parse.SetEdge(edge);
             if (start < text.size()) parse.TakeToken(start);
             return;
         }
@@ -119,19 +137,22 @@ MARKUP_ISA static void ScanTags(MarkupParse& parse, size_t place) {
             if (end < text.size()) {
                 const bool isEmpty =
                     text[end - 1] == '/' && (!isUnquoted || kIsBeforeEmptySlash(text[end - 2]));
-                parse.Open(start, end + 1 - start, isEmpty);
+                parse.Open(edge, start, end + 1 - start, isEmpty);
                 place = end + 1;
                 continue;
             }
         } else if (first == '/') {
             size_t end = structure.NextStop(start + 2);
             while (end < text.size() && text[end] == '=') end = structure.NextStop(end + 1);
-            if (end < text.size() && parse.IsNameOfTop(text.data() + start + 2, end - start - 2)) {
-                parse.CloseTop(start, end + 1);
+            if (end < text.size() && parse.IsOpen(edge) &&
+                IsNameOf(*edge.open, text, start + 2, end)) {
+                parse.Close(edge, start, end + 1);
                 place = end + 1;
                 continue;
             }
         }
+        parse.SetEdge(edge);
         place = parse.TakeToken(start);
+        edge = parse.GetEdge();
     }
 }
