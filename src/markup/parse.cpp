@@ -39,6 +39,14 @@ struct Bytes64 {
     }
 };
 
+MARKUP_ISA static uint32_t Equal32(const char* bytes, char character) {
+    const __m128i wanted = _mm_set1_epi8(character);
+    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(bytes));
+    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(bytes + 16));
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(high, wanted))) << 16 |
+           static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(low, wanted)));
+}
+
 #include "markup/tag_scan.inl"
 
 #undef MARKUP_SCAN
@@ -68,6 +76,12 @@ struct Bytes64 {
     }
 };
 
+MARKUP_ISA static uint32_t Equal32(const char* bytes, char character) {
+    const __m256i part = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(bytes));
+    return static_cast<uint32_t>(
+        _mm256_movemask_epi8(_mm256_cmpeq_epi8(part, _mm256_set1_epi8(character))));
+}
+
 #include "markup/tag_scan.inl"
 
 #undef MARKUP_SCAN
@@ -96,9 +110,7 @@ MarkupParse::MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& 
       m_Positions(*document.positions),
       m_Parent(parent),
       m_Stack(cursor.text, (cursor.flags & kMarkupIgnoreCase) != 0, m_Positions, parent),
-      m_Edge(EdgeAt({.next = document.nextUnused,
-                     .parent = parent,
-                     .depth = (m_Positions[parent].levelFlags & kElementDepth) + 1})) {}
+      m_Edge(EdgeAt({.next = document.nextUnused, .parent = parent})) {}
 
 int32_t MarkupParse::Run(TagScan scan) {
     const int32_t first = m_Edge.next;
@@ -174,7 +186,6 @@ void MarkupParse::EndUnended(int32_t parent, int64_t offset) {
         MarkUnended(position, offset);
         MoveChildrenOut(position);
         if (m_Stack.IsCounting()) m_Stack.Count(position, -1);
-        --m_Edge.depth;
         outermost = position;
     }
     m_Edge.parent = parent;

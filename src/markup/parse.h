@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <utility>
 
 #include "markup/characters.h"
 #include "markup/markup_document.h"
@@ -44,7 +45,6 @@ class MarkupParse {
         int32_t next = 0;                   ///< position of `record`
         int32_t parent = 0;                 ///< position of `open`
         int32_t last = 0;                   ///< its last child, or 0
-        uint32_t depth = 0;                 ///< of the next element
     };
     [[nodiscard]] Edge GetEdge() const { return m_Edge; }
     void SetEdge(const Edge& edge) { m_Edge = edge; }
@@ -58,7 +58,8 @@ class MarkupParse {
         element.start = static_cast<int32_t>(start);
         element.length = static_cast<int32_t>(length);
         element.tagLengths = static_cast<uint32_t>(length) & ElementPosition::kStartTagMask;
-        element.levelFlags = (edge.depth & kElementDepth) | (isEmpty ? kElementEmpty : 0) |
+        element.levelFlags = ((edge.open->levelFlags + 1) & kElementDepth) |
+                             (isEmpty ? kElementEmpty : 0) |
                              (edge.last == 0 ? kElementFirstSibling : 0);
         element.parent = edge.parent;
         element.firstChild = 0;
@@ -69,7 +70,6 @@ class MarkupParse {
         if (isEmpty) return;
         edge.parent = position;
         edge.open = &element;
-        ++edge.depth;
         if (m_Stack.IsCounting()) m_Stack.Count(position, 1);
     }
 
@@ -79,13 +79,12 @@ class MarkupParse {
         ElementPosition& element = *edge.open;
         element.length = static_cast<int32_t>(end) - element.start;
         element.tagLengths |= static_cast<uint32_t>(end - start) << ElementPosition::kStartTagBits;
-        // Without children this writes "none" to the root, which has no siblings.
-        m_Positions[element.firstChild].previousSibling = edge.last;
-        edge.last = edge.parent;
+        if (edge.last != 0) {
+            RecordAt(element, edge.parent, edge.parent + 1).previousSibling = edge.last;
+        }
+        edge.open = &RecordAt(element, edge.parent, element.parent);
+        edge.last = std::exchange(edge.parent, element.parent);
         edge.link = &element.nextSibling;
-        edge.parent = element.parent;
-        edge.open = &m_Positions[element.parent];
-        --edge.depth;
     }
 
     /// Whether there is an open element.
@@ -102,6 +101,13 @@ class MarkupParse {
     const int32_t m_Parent;
     TagStack m_Stack;
     Edge m_Edge;
+
+    /// The record at `position`; `other` is that at `otherPosition`, mostly of the same segment.
+    [[nodiscard]] ElementPosition& RecordAt(ElementPosition& other, int32_t otherPosition,
+                                            int32_t position) {
+        const bool isNear = (position ^ otherPosition) >> SegmentedPositions::kSegmentBits == 0;
+        return isNear ? (&other)[position - otherPosition] : m_Positions[position];
+    }
 
     [[nodiscard]] Edge EdgeAt(Edge edge) const;
     [[nodiscard]] Edge MakeRoom(const Edge& edge);

@@ -31,11 +31,16 @@ class Structure {
     }
 
     /// The first ">" or "=".
-    MARKUP_ISA size_t NextStop(size_t from) { return Next<&Structure::m_Stops>(from); }
-    /// The first quote of that kind.
-    MARKUP_ISA size_t NextQuote(size_t from, char quote) {
-        return quote == '"' ? Next<&Structure::m_DoubleQuotes>(from)
-                            : Next<&Structure::m_SingleQuotes>(from);
+    MARKUP_ISA size_t NextStop(size_t from) {
+        if (from >= m_Text.size()) return m_Text.size();
+        if (from - m_Begin >= 64) Load(from & ~size_t{63});
+        const uint64_t here = m_Stops >> (from - m_Begin);
+        if (here != 0) return from + CountZeros(here);
+        while (m_Begin + 64 < m_Text.size()) {
+            Load(m_Begin + 64);
+            if (m_Stops != 0) return m_Begin + CountZeros(m_Stops);
+        }
+        return m_Text.size();
     }
 
   private:
@@ -43,8 +48,6 @@ class Structure {
     size_t m_Begin = 0;  ///< of the 64 bytes at hand
     uint64_t m_Tags = 0;
     uint64_t m_Stops = 0;
-    uint64_t m_DoubleQuotes = 0;
-    uint64_t m_SingleQuotes = 0;
 
     MARKUP_ISA static size_t CountZeros(uint64_t bits) {
         return static_cast<size_t>(__builtin_ctzll(bits));
@@ -64,23 +67,18 @@ class Structure {
     MARKUP_ISA void Take(const Bytes64& bytes) {
         m_Tags = bytes.Equal('<');
         m_Stops = bytes.Equal('>') | bytes.Equal('=');
-        m_DoubleQuotes = bytes.Equal('"');
-        m_SingleQuotes = bytes.Equal('\'');
-    }
-
-    template <uint64_t Structure::*Bits>
-    MARKUP_ISA size_t Next(size_t from) {
-        if (from >= m_Text.size()) return m_Text.size();
-        if (from - m_Begin >= 64) Load(from & ~size_t{63});
-        const uint64_t here = this->*Bits >> (from - m_Begin);
-        if (here != 0) return from + CountZeros(here);
-        while (m_Begin + 64 < m_Text.size()) {
-            Load(m_Begin + 64);
-            if (this->*Bits != 0) return m_Begin + CountZeros(this->*Bits);
-        }
-        return m_Text.size();
     }
 };
+
+/// The first quote of that kind from `from` on, or the size of the text.
+MARKUP_ISA static size_t FindQuote(std::string_view text, size_t from, char quote) {
+    for (; from + 32 <= text.size(); from += 32) {
+        const uint32_t quotes = Equal32(text.data() + from, quote);
+        if (quotes != 0) return from + static_cast<size_t>(__builtin_ctz(quotes));
+    }
+    while (from < text.size() && text[from] != quote) ++from;
+    return from;
+}
 
 /// The ">" of the start tag whose name begins at `place`, or the size of the text. Tells whether it ends
 /// a value without quotes.
@@ -94,7 +92,7 @@ MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text,
         } while (kIsWhiteSpace(text[place]));
         const char first = text[place];
         if (first == '"' || first == '\'') {
-            place = structure.NextQuote(place + 1, first) + 1;
+            place = FindQuote(text, place + 1, first) + 1;
             if (place > text.size()) return text.size();
             continue;
         }
@@ -104,13 +102,14 @@ MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text,
     }
 }
 
-/// Whether an end tag with the name from `begin` to `end` ends the element.
-MARKUP_ISA static bool IsNameOf(const ElementPosition& element, std::string_view text, size_t begin,
-                                size_t end) {
+/// Whether an end tag with the name from `begin` to `end` ends the element. This is not waited for: what
+/// comes next is known without it.
+MARKUP_ISA static bool IsEndOf(const ElementPosition& element, std::string_view text, size_t begin,
+                               size_t end) {
     const size_t length = end - begin;
     const char* const name = text.data() + begin;
     const char* const open = text.data() + element.start + 1;
-    if (!kIsOpenNameEnd(open[length]) || length == 0) return false;
+    if (length == 0 || !kIsOpenNameEnd(open[length])) return false;
     if (length > 16 || begin + 16 > text.size()) return memcmp(open, name, length) == 0;
     const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(open));
     const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(name));
@@ -145,7 +144,7 @@ MARKUP_SCAN static void ScanTags(MarkupParse& parse, size_t place) {
             size_t end = structure.NextStop(start + 2);
             while (end < text.size() && text[end] == '=') end = structure.NextStop(end + 1);
             if (end < text.size() && parse.IsOpen(edge) &&
-                IsNameOf(*edge.open, text, start + 2, end)) {
+                IsEndOf(*edge.open, text, start + 2, end)) {
                 parse.Close(edge, start, end + 1);
                 place = end + 1;
                 continue;
