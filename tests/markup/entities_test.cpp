@@ -208,6 +208,12 @@ TEST(DecodeText, LeavesWhatIsNoKnownReference) {
     }
 }
 
+TEST(DecodeText, TakesNoNameWithAByteThatIsNotAscii) {
+    EXPECT_EQ(DecodeText("&#65\x80;", 0), "&#65\x80;");
+    EXPECT_EQ(DecodeText("&#65\xFF;", 0), "&#65\xFF;");
+    EXPECT_EQ(DecodeText("&#65\x7F;", 0), "A");
+}
+
 TEST(DecodeText, GoesOnBehindTheAmpersandOfWhatIsNoReference) {
     EXPECT_EQ(DecodeText("&&lt;", 0), "&<");
     EXPECT_EQ(DecodeText("&a&lt;", 0), "&a<");
