@@ -11,8 +11,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck disable=SC2034  # for the scripts that source this
 {
     build_tools=(g++:g++ cmake:cmake ninja:ninja-build nlohmann/json.hpp:nlohmann-json3-dev)
-    test_tools=(gtest/gtest.h:libgtest-dev gmock/gmock.h:libgmock-dev ip:iproute2 zstd:zstd
-        mandoc:mandoc pkg-config:pkgconf systemd-analyze:systemd zsh:zsh)
+    test_tools=(gtest/gtest.h:libgtest-dev gmock/gmock.h:libgmock-dev expat.h:libexpat1-dev
+        ip:iproute2 zstd:zstd mandoc:mandoc pkg-config:pkgconf systemd-analyze:systemd zsh:zsh
+        update-mime-database:shared-mime-info)
     check_tools=(git:git clang++:clang clang-format:clang-format clang-tidy:clang-tidy
         shellcheck:shellcheck)
 }

@@ -275,8 +275,8 @@ struct SlowElement {
 class SlowDocument {
   public:
     std::vector<SlowElement> elements{1};  ///< the first one is the root
-    std::string faults;  ///< records of the tags
-    std::string result;  ///< those, and what was found at the end
+    std::string faults;                    ///< records of the tags
+    std::string result;                    ///< those, and what was found at the end
 
     SlowDocument(std::string_view text, bool ignoresCase)
         : m_Text(text), m_IgnoresCase(ignoresCase) {

@@ -193,8 +193,8 @@ TEST(NextToken, TakesAStartTagWithItsName) {
 TEST(NextToken, TakesATagOfAllBytesThatBeginAName) {
     for (int byte = 0; byte < 256; ++byte) {
         const auto first = static_cast<char>(byte);
-        const bool isStart = first == ':' || first == '_' || (first >= 'A' && first <= 'Z') ||
-                             byte > '`';
+        const bool isStart =
+            first == ':' || first == '_' || (first >= 'A' && first <= 'Z') || byte > '`';
         const Pieces pieces = PiecesOf(std::string{'<', first, 'x', '>'});
         ASSERT_FALSE(pieces.empty());
         EXPECT_EQ(pieces[0].starts_with("element"), isStart) << byte;
@@ -302,7 +302,7 @@ TEST(NextToken, EndsAnInstructionAtItsTwoCharacters) {
         {"<?a > ? > ?>", {"instruction 0+12 a"}},
         {"<?a?>", {"instruction 0+5 a?"}},
         {"<?>", {"instruction 0+3 "}},
-        {"<??>", {"instruction 0+4 ?"}},
+        {"<?\?>", {"instruction 0+4 ?"}},
         {"<? a?>", {"instruction 0+6 "}},
         {"<?1?>", {"instruction 0+5 1?"}},
     });
@@ -400,7 +400,8 @@ TEST(NextToken, LetsQuotesCountBehindAFaultButNotHideATag) {
         {"<1 b='>'>x", {"fault 0+9 " + Fault("first_tag_syntax", 1), "text 9+1"}},
         {"<1 \">\"", {"fault 0+5 " + Fault("first_tag_syntax", 1), "text 5+1"}},
         {"<1 b=\"<a>", {"fault 0+6 " + Fault("first_tag_syntax", 1), "element 6+3 a"}},
-        {"<1 b=\"<a>\">", {"fault 0+6 " + Fault("first_tag_syntax", 1), "element 6+3 a", "text 9+2"}},
+        {"<1 b=\"<a>\">",
+         {"fault 0+6 " + Fault("first_tag_syntax", 1), "element 6+3 a", "text 9+2"}},
         {"<1 b=<a>", {"fault 0+5 " + Fault("first_tag_syntax", 1), "element 5+3 a"}},
         {"<1 b=c<a>", {"fault 0+6 " + Fault("first_tag_syntax", 1), "element 6+3 a"}},
         {"<1 b= <a>", {"fault 0+6 " + Fault("first_tag_syntax", 1), "element 6+3 a"}},
@@ -447,7 +448,8 @@ TEST(NextToken, GivesTwoRecordsForAFaultThatHasNoEnd) {
         {"<1", {"fault 0+2 " + Fault("first_tag_syntax", 1) + Unterminated("tag")}},
         {"<1 b=\"", {"fault 0+6 " + Fault("first_tag_syntax", 1) + Unterminated("tag")}},
         {"<1 b= ", {"fault 0+6 " + Fault("first_tag_syntax", 1) + Unterminated("tag")}},
-        {"x<!x", {"text 0+1", "fault 1+3 " + Fault("exclamation_tag_syntax", 3) + Unterminated("tag", 1)}},
+        {"x<!x",
+         {"text 0+1", "fault 1+3 " + Fault("exclamation_tag_syntax", 3) + Unterminated("tag", 1)}},
         {"<!D[<!X", {"fault 0+7 " + Fault("doctype_tag_syntax", 6) + Unterminated("tag")}},
     });
 }
