@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "markup/markup_document.h"
@@ -302,13 +305,13 @@ class SlowDocument {
     /// What a document differs in from this: empty if in nothing. Its elements begin behind
     /// `offset` others, and its result behind what it had before.
     [[nodiscard]] std::string DifferenceTo(const MarkupDocument& document, int offset = 0) const {
-        for (size_t place = 0; place < elements.size(); ++place) {
+        const std::vector<ElementPosition> wanted = Records(offset);
+        for (size_t place = 0; place < wanted.size(); ++place) {
             const int position = place == 0 ? 0 : static_cast<int>(place) + offset;
-            const std::string mine = Shown(place, offset);
-            const std::string others = Shown(document.PositionOf(position));
-            if (mine != others) {
-                return "element " + std::to_string(place) + ": " + mine + " is " + others;
-            }
+            const ElementPosition& other = document.PositionOf(position);
+            if (memcmp(&wanted[place], &other, sizeof other) == 0) continue;
+            return "element " + std::to_string(place) + " is to be " + Shown(wanted[place]) +
+                   " and is " + Shown(other);
         }
         return {};
     }
@@ -429,26 +432,28 @@ class SlowDocument {
         return escaped;
     }
 
-    /// The record that there is to be, behind `offset` others.
-    [[nodiscard]] std::string Shown(size_t place, int offset) const {
-        const SlowElement& mine = elements[place];
+    /// The records that there are to be, behind `offset` others.
+    [[nodiscard]] std::vector<ElementPosition> Records(int offset) const {
         const auto moved = [offset](int position) { return position == 0 ? 0 : position + offset; };
-        ElementPosition position{};
-        position.start = mine.start;
-        position.length = mine.length;
-        position.tagLengths = (static_cast<uint32_t>(mine.startTag) & 0x3FFFFF) |
-                              static_cast<uint32_t>(mine.endTag) << 22;
-        position.levelFlags = mine.levelFlags;
-        position.parent = moved(mine.parent);
-        position.firstChild = moved(mine.children.empty() ? 0 : mine.children.front());
-        if (place == 0) return Shown(position);
-        const std::vector<int>& siblings = elements[Place(mine.parent)].children;
-        for (size_t i = 0; i < siblings.size(); ++i) {
-            if (Place(siblings[i]) != place) continue;
-            position.nextSibling = moved(i + 1 < siblings.size() ? siblings[i + 1] : 0);
-            position.previousSibling = moved(i > 0 ? siblings[i - 1] : siblings.back());
+        std::vector<ElementPosition> records(elements.size());
+        for (size_t place = 0; place < elements.size(); ++place) {
+            const SlowElement& element = elements[place];
+            const std::vector<int>& children = element.children;
+            ElementPosition& record = records[place];
+            record.start = element.start;
+            record.length = element.length;
+            record.tagLengths = (static_cast<uint32_t>(element.startTag) & 0x3FFFFF) |
+                                static_cast<uint32_t>(element.endTag) << 22;
+            record.levelFlags = element.levelFlags;
+            record.parent = moved(element.parent);
+            record.firstChild = moved(children.empty() ? 0 : children.front());
+            for (size_t i = 0; i < children.size(); ++i) {
+                ElementPosition& child = records[Place(children[i])];
+                child.nextSibling = moved(i + 1 < children.size() ? children[i + 1] : 0);
+                child.previousSibling = moved(i > 0 ? children[i - 1] : children.back());
+            }
         }
-        return Shown(position);
+        return records;
     }
 
     static std::string Shown(const ElementPosition& position) {
