@@ -1,10 +1,51 @@
 #include "markup/find.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "markup/characters.h"
 #include "markup/entities.h"
 #include "markup/name_compare.h"
+
+/// Mostly its first eight bytes show at once that two names differ.
+class MarkupFind::Name {
+  public:
+    Name(std::string_view text, const PathSegment& segment, bool ignoresCase)
+        : m_Text(text),
+          m_Name(segment.name),
+          m_IsAny(segment.IsAny()),
+          m_IgnoresCase(ignoresCase),
+          m_HasHead(!m_IsAny && !ignoresCase) {
+        memset(&m_HeadBits, 0, sizeof m_HeadBits);
+        const size_t count = std::min(m_Name.size(), sizeof m_Head);
+        memcpy(&m_Head, m_Name.data(), count);
+        memset(&m_HeadBits, 0xFF, count);
+    }
+
+    [[nodiscard]] bool IsAny() const { return m_IsAny; }
+
+    /// Whether the element has it. The name in the text ends with its tag at the latest.
+    [[nodiscard]] bool IsOf(const ElementPosition& element) const {
+        const size_t begin = static_cast<size_t>(element.start) + 1;
+        const size_t rest = m_Text.size() - begin;
+        if (m_HasHead && rest >= sizeof m_Head) {
+            uint64_t head = 0;
+            memcpy(&head, m_Text.data() + begin, sizeof head);
+            if (((head ^ m_Head) & m_HeadBits) != 0) return false;
+        }
+        return m_IsAny || (rest > m_Name.size() && kIsTagNameEnd(m_Text[begin + m_Name.size()]) &&
+                           IsSameName(m_Text.substr(begin, m_Name.size()), m_Name, m_IgnoresCase));
+    }
+
+  private:
+    std::string_view m_Text;
+    std::string_view m_Name;
+    bool m_IsAny;
+    bool m_IgnoresCase;
+    bool m_HasHead;
+    uint64_t m_Head = 0;
+    uint64_t m_HeadBits = 0;
+};
 
 /// Goes down a level with each name that fits. Where the next name fits nothing it goes up again and on,
 /// unless the name there asked for one by its number: there is but one such.
@@ -35,9 +76,10 @@ int32_t MarkupFind::Among(int32_t sibling) const {
 
 int32_t MarkupFind::Behind(int32_t position) const {
     const PathSegment segment = m_Path.Segment(0);
+    const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
     uint32_t fitting = 0;
-    while ((position = Following(position)) != 0) {
-        if (!Fits(position, segment)) continue;
+    while ((position = FollowingCalled(position, name)) != 0) {
+        if (!MeetsCondition(position, segment)) continue;
         if (++fitting < segment.index) continue;
         if (HasWantedAttribute(position)) return position;
         if (segment.index != 0) return 0;
@@ -45,42 +87,44 @@ int32_t MarkupFind::Behind(int32_t position) const {
     return 0;
 }
 
-/// In the order of the text; behind 0 comes the first element.
-int32_t MarkupFind::Following(int32_t position) const {
-    const int32_t child = m_Document.PositionOf(position).firstChild;
-    if (child != 0) return child;
-    while (position != 0) {
-        const ElementPosition& element = m_Document.PositionOf(position);
-        if (element.nextSibling != 0) return element.nextSibling;
-        position = element.parent;
-    }
-    return 0;
+int32_t MarkupFind::FollowingCalled(int32_t position, const Name& name) const {
+    do {
+        position = m_Document.GetFollowing(position);
+    } while (position != 0 && !name.IsOf(m_Document.PositionOf(position)));
+    return position;
 }
 
 int32_t MarkupFind::NextFitting(int32_t sibling, const PathSegment& segment) const {
+    const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
     uint32_t fitting = 0;
-    for (; sibling != 0; sibling = m_Document.PositionOf(sibling).nextSibling) {
-        if (Fits(sibling, segment) && ++fitting >= segment.index) return sibling;
+    while ((sibling = NextCalled(sibling, name)) != 0) {
+        if (MeetsCondition(sibling, segment) && ++fitting >= segment.index) return sibling;
+        sibling = m_Document.PositionOf(sibling).nextSibling;
     }
     return 0;
 }
 
-bool MarkupFind::Fits(int32_t position, const PathSegment& segment) const {
-    if (!segment.IsAny() && !HasName(position, segment.name)) return false;
-    if (segment.attribute.empty()) return true;
-    if (!segment.hasValue) return m_Document.HasAttribute(position, segment.attribute);
-    return m_Document.HasAttribute(position, segment.attribute) &&
-           m_Document.GetAttribute(position, segment.attribute) == DecodeText(segment.value, 0);
+/// `sibling` itself counts. The next one is mostly the next record: a processor that is let to guess that
+/// need not wait for the link.
+int32_t MarkupFind::NextCalled(int32_t sibling, const Name& name) const {
+    while (sibling != 0) {
+        const ElementPosition& element = m_Document.PositionOf(sibling);
+        if (name.IsOf(element)) break;
+        if (element.nextSibling == sibling + 1) {
+            ++sibling;
+            asm("" : "+r"(sibling));  // else the compiler sees that the link is the same
+        } else {
+            sibling = element.nextSibling;
+        }
+    }
+    return sibling;
 }
 
-/// Compares with the name in the text, which ends with its tag at the latest.
-bool MarkupFind::HasName(int32_t position, std::string_view name) const {
-    const std::string& text = m_Document.document;
-    const size_t begin = static_cast<size_t>(m_Document.PositionOf(position).start) + 1;
-    if (text.size() - begin <= name.size() || !kIsTagNameEnd(text[begin + name.size()]))
-        return false;
-    return IsSameName({text.data() + begin, name.size()}, name,
-                      (m_Document.flags & kMarkupIgnoreCase) != 0);
+bool MarkupFind::MeetsCondition(int32_t position, const PathSegment& segment) const {
+    if (segment.attribute.empty()) return true;
+    if (!m_Document.HasAttribute(position, segment.attribute)) return false;
+    return !segment.hasValue ||
+           m_Document.GetAttribute(position, segment.attribute) == DecodeText(segment.value, 0);
 }
 
 bool MarkupFind::HasWantedAttribute(int32_t position) const {

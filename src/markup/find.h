@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "markup/markup_document.h"
 #include "markup/markup_path.h"
@@ -19,12 +20,15 @@ class MarkupFind {
     [[nodiscard]] int32_t Behind(int32_t position) const;
 
   private:
+    /// A name that many others are compared with.
+    class Name;
+
     const MarkupDocument& m_Document;
     const MarkupPath& m_Path;
 
-    [[nodiscard]] bool Fits(int32_t position, const PathSegment& segment) const;
-    [[nodiscard]] bool HasName(int32_t position, std::string_view name) const;
     [[nodiscard]] bool HasWantedAttribute(int32_t position) const;
+    [[nodiscard]] bool MeetsCondition(int32_t position, const PathSegment& segment) const;
     [[nodiscard]] int32_t NextFitting(int32_t sibling, const PathSegment& segment) const;
-    [[nodiscard]] int32_t Following(int32_t position) const;
+    [[nodiscard]] int32_t NextCalled(int32_t sibling, const Name& name) const;
+    [[nodiscard]] int32_t FollowingCalled(int32_t position, const Name& name) const;
 };

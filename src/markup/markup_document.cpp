@@ -163,6 +163,18 @@ int32_t MarkupDocument::FindFrom(const MarkupPath& path, int32_t next, int32_t c
     return 0;
 }
 
+int32_t MarkupDocument::FollowingByLinks(int32_t position) const {
+    if (positions == nullptr) return 0;
+    const int32_t child = PositionOf(position).firstChild;
+    if (child != 0) return child;
+    while (position != 0) {
+        const ElementPosition& element = PositionOf(position);
+        if (element.nextSibling != 0) return element.nextSibling;
+        position = element.parent;
+    }
+    return 0;
+}
+
 void MarkupDocument::SetPositions(int32_t parent, int32_t main, int32_t child) {
     mainParent = parent;
     mainPosition = main;

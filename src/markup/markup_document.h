@@ -199,6 +199,18 @@ class ZORN_API MarkupDocument {
         return (*positions)[position].parent;
     }
 
+    /// The element that follows in the order of the text, children before siblings; behind 0 the first
+    /// one. 0 at the end. So all elements are visited:
+    ///
+    ///     for (int32_t at = 0; (at = document.GetFollowing(at)) != 0;) Show(document.GetNameOf(at));
+    ///
+    /// REQUIRES: a position of this document, or 0.
+    [[nodiscard]] int32_t GetFollowing(int32_t position) const {
+        // A parse numbers the elements in the order of the text.
+        if ((flags & kMarkupChanged) != 0) return FollowingByLinks(position);
+        return position + 1 < nextUnused ? position + 1 : 0;
+    }
+
     /// The record of an element, until the document changes. REQUIRES: a position of this document.
     [[nodiscard]] const ElementPosition& PositionOf(int32_t position) const {
         return (*positions)[position];
@@ -228,6 +240,7 @@ class ZORN_API MarkupDocument {
     int32_t ParseElements(int32_t parent, TokenCursor& cursor);
     void SetMain(int32_t position);
     void SetChild(int32_t position);
+    [[nodiscard]] int32_t FollowingByLinks(int32_t position) const;
     [[nodiscard]] int32_t FindFrom(const MarkupPath& path, int32_t next, int32_t current) const;
     [[nodiscard]] int32_t ContentBegin(int32_t position) const;
     [[nodiscard]] int32_t ContentEnd(int32_t position) const;
