@@ -35,6 +35,17 @@ BARS = [
     ("RegistryOneKey/100000/0", "RegistryOneKey/10000/0", 12.5),
     ("RegistryOneKey/100000/1", "RegistryOneKey/10000/1", 12.5),
 ]
+DOCUMENTS = ["mime", "iso", "xkb", "cldr", "annotations", "large", "deep", "wide", "attributes", "text"]
+for _document in DOCUMENTS:
+    for _peer in ("Pugixml", "Rapidxml"):
+        BARS.append((f"MarkupParse/{_document}", f"{_peer}Parse/{_document}", 1 if _document == "text" else 0.8))
+        BARS.append((f"MarkupFirst/{_document}", f"{_peer}First/{_document}", 0.667))
+        BARS.append((f"MarkupWalk/{_document}", f"{_peer}Walk/{_document}", 1))
+for _what in ("Path", "Anywhere", "AttributeFirst", "AttributeLast"):
+    for _peer in ("Pugixml", "Rapidxml"):
+        BARS.append((f"Markup{_what}", f"{_peer}{_what}", 1))
+# Bytes of memory an element of the tree: 32 and 1 %, and what lies between them and whole pages.
+ELEMENT_BYTES, PAGES = 32 * 1.01, 2 * 4096
 # Lines a second of four threads together: at least half of one thread's, and no worse than the peer.
 SCALING = [("LogLine", "LogLineSpdlog"), ("RingLine", None)]
 
@@ -88,6 +99,10 @@ def main():
         except KeyError:
             continue
         show(f"{what}: lines a second of 4 threads / of 1, at least {bar:.2f}", own, own >= bar)
+    for name, row in sorted(medians.items()):
+        if name.startswith("MarkupFirst/"):
+            bar = ELEMENT_BYTES + PAGES / row["elements"]
+            show(f"{name.split('/man')[0]}: bytes an element, at most {bar:.2f}", row["bytes"], row["bytes"] <= bar)
     return 1 if missed else 0
 
 

@@ -8,7 +8,11 @@ source "$(dirname "$0")/lib.sh"
 
 need "${build_tools[@]}" benchmark/benchmark.h:libbenchmark-dev spdlog/spdlog.h:libspdlog-dev \
     pkg-config:pkgconf glib-2.0/glib.h:libglib2.0-dev ini.h:libinih-dev sqlite3.h:libsqlite3-dev \
-    python3:python3
+    python3:python3 pugixml.hpp:libpugixml-dev rapidxml/rapidxml.hpp:librapidxml-dev \
+    tinyxml2.h:libtinyxml2-dev libxml2/libxml/parser.h:libxml2-dev expat.h:libexpat1-dev \
+    /usr/share/mime/packages/freedesktop.org.xml:shared-mime-info \
+    /usr/share/X11/xkb/rules/base.xml:xkb-data /usr/share/xml/iso-codes/iso_639-3.xml:iso-codes \
+    /usr/share/unicode/cldr/common/main/en.xml:unicode-cldr-core
 cmake --preset release -B build/bench -DZORN_TESTS=OFF -DZORN_BENCH=ON
 cmake --build build/bench
 

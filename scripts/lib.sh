@@ -6,8 +6,8 @@ set -euo pipefail
 export CCACHE_SLOPPINESS=pch_defines,time_macros
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# What each script needs, as TOOL:PACKAGE: a program on the PATH, a C++ header or a library of clang,
-# and the Debian package that brings it.
+# What each script needs, as TOOL:PACKAGE: a program on the PATH, a C++ header, a library of clang or the
+# path of a file, and the Debian package that brings it.
 # shellcheck disable=SC2034  # for the scripts that source this
 {
     build_tools=(g++:g++ cmake:cmake ninja:ninja-build nlohmann/json.hpp:nlohmann-json3-dev)
@@ -26,6 +26,7 @@ die() {
 # is_installed TOOL
 is_installed() {
     case $1 in
+        /*) [[ -e $1 ]] ;;
         *.h | *.hpp) [[ -e /usr/include/$1 || -e /usr/local/include/$1 ]] ;;
         *.a) [[ -e $(clang++ -print-file-name="$1") ]] ;;
         *) command -v "$1" >/dev/null ;;
