@@ -67,6 +67,7 @@ TEST(Arguments, ReadsAnActionAndItsOperands) {
     EXPECT_EQ(arguments.Operand(3), std::nullopt);
     EXPECT_EQ(arguments.Value("type"), "dword");
     EXPECT_EQ(Arguments::Parse({"registry"}).Action(), nullptr);
+    EXPECT_EQ(Arguments::Parse({"xml", "check", "a", "b", "c"}).Operand(2), "c");
     EXPECT_EQ(Arguments::Parse({"log", "list"}).Action(), nullptr);
 }
 
@@ -97,6 +98,7 @@ TEST(Arguments, RefusesWhatTheTableDoesNotHave) {
     EXPECT_EQ(Refusal({"generate", "main"}), (Pair{"no DOCUMENT 'main'", "did you mean man?"}));
     EXPECT_EQ(Refusal({"registry", "lst"}), (Pair{"no ACTION 'lst'", "did you mean list?"}));
     EXPECT_EQ(Refusal({"registry", "get", "a", "b", "c"}).first, "one argument too many: 'c'");
+    EXPECT_EQ(Refusal({"xml", "get", "a", "b", "c"}).first, "one argument too many: 'c'");
     EXPECT_EQ(Refusal({"registry", "--force", "list"}),
               (Pair{"--force is not for registry list", "see zornctl help registry"}));
     EXPECT_EQ(Refusal({"registry", "set", "--type", "text"}).first, "no TYPE 'text'");
@@ -136,6 +138,8 @@ TEST(Arguments, AreCompleteWithAllThatIsRequired) {
     EXPECT_EQ(missing({"registry", "set", "a", "b"}), "registry set needs VALUE");
     EXPECT_EQ(missing({"registry", "delete", "a"}), "");
     EXPECT_EQ(missing({"registry", "import"}), "registry import needs FILE");
+    EXPECT_EQ(missing({"xml", "check"}), "xml check needs FILE");
+    EXPECT_EQ(missing({"xml", "check", "a", "b", "c"}), "");
 }
 
 TEST(NearestName, IsTheOneThatDiffersLeast) {

@@ -164,6 +164,13 @@ TEST(BashCompletion, OffersActionsAndTheirOperands) {
     EXPECT_EQ(BashOffers("registry import some.log ''"), "\n");
     EXPECT_EQ(BashOffers("registry list ''"), "\n") << "keys are not offered";
     EXPECT_EQ(BashOffers("registry list --rec"), "--recursive\n");
+    EXPECT_EQ(BashOffers("xml ''"), "check get\n");
+    EXPECT_EQ(BashOffers("xml get ''"), "\n") << "paths in documents are not offered";
+    EXPECT_THAT(BashOffers("xml get a/b ''"), HasSubstr("some.log"));
+    EXPECT_EQ(BashOffers("xml get a/b some.log ''"), "\n");
+    for (const std::string before : {"", "a ", "a b c d e f g h i j "}) {
+        EXPECT_THAT(BashOffers("xml check " + before + "some.l"), HasSubstr("some.log"));
+    }
 }
 
 TEST(BashCompletion, OffersProcessNumbers) {

@@ -196,6 +196,34 @@ constexpr StatusRow kRows[] = {
     {"zornctl registry set --json --directory /unwritable HKEY_USERS a b", 3, Told::kFailure, 1000},
     {"zornctl registry export >/dev/full", 3, Told::kFailure},
     {"zornctl registry list >&-", 3, Told::kFailure},
+    // xml
+    {"zornctl xml check /good.xml", 0},
+    {"zornctl xml check --json /good.xml /good.xml", 0},
+    {"zornctl xml check - </good.xml", 0},
+    {"zornctl xml get list/item /good.xml", 0},
+    {"zornctl xml get --json /list/item/@id /good.xml", 0},
+    {"zornctl xml get --all //item /good.xml", 0},
+    {"zornctl xml get -a //item - </good.xml", 0},
+    {"zornctl xml --help", 0},
+    {"zornctl xml -h", 0},
+    {"zornctl xml check /bad.xml", 1},
+    {"zornctl xml check --json /good.xml /bad.xml", 1},
+    {"zornctl xml check - </dev/null", 1},
+    {"zornctl xml check /missing", 1, Told::kFailure},
+    {"zornctl xml get list/nothing /good.xml", 1, Told::kFailure},
+    {"zornctl xml get --json list/item/@x /good.xml", 1, Told::kFailure},
+    {"zornctl xml", 2, Told::kFailure},
+    {"zornctl xml check", 2, Told::kFailure},
+    {"zornctl xml get list/item", 2, Told::kFailure},
+    {"zornctl xml get //a/b /good.xml", 2, Told::kFailure},
+    {"zornctl xml get --json list/item[0] /good.xml", 2, Told::kFailure},
+    {"zornctl xml get list/item /good.xml /good.xml", 2, Told::kFailure},
+    {"zornctl xml check /folder", 3, Told::kFailure},
+    {"zornctl xml check /good.xml /folder", 3, Told::kFailure},
+    {"zornctl xml check /utf-16.xml", 3, Told::kFailure},
+    {"zornctl xml get --json list /utf-16.xml", 3, Told::kFailure},
+    {"zornctl xml check /good.xml >/dev/full", 3, Told::kFailure},
+    {"zornctl xml get list/item /good.xml >&-", 3, Told::kFailure},
     // help
     {"zornctl help", 0},
     {"zornctl help log", 0},
@@ -335,6 +363,9 @@ void MakeMachine(FakeHost& host) {
         host.File(std::string{folder} + "/registry", "[HKEY_USERS]\nName=s=x\n\n\n");
     }
     host.File("/in", "[HKEY_USERS]\nName=s=y\nlost\n\n\n");
+    host.File("/good.xml", "<list>\n<item id='7'>a</item>\n</list>\n");
+    host.File("/bad.xml", "<list>\n<item>\n</list>\n");
+    host.File("/utf-16.xml", std::string{"<\0a\0/\0>\0", 8});
     host.Directory("/unwritable", 0555);
     host.Directory("/unreadable/registry");
     host.File("/config/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");

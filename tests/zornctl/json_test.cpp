@@ -166,6 +166,8 @@ const Words kCompared{"`log`, `ring`",
                       "`registry get`",
                       "`registry export`",
                       "`registry set`, `registry delete`, `registry create`, `registry import`",
+                      "`xml check`",
+                      "`xml get`",
                       "`help`, `generate`",
                       "`--version`",
                       "Failures"};
@@ -251,6 +253,13 @@ TEST_F(JsonOutput, IsWhatIsDocumentedOfTheRegistry) {
                      {"registry", "create", "HKEY_USERS/k"},
                      {"registry", "delete", key, "a"},
                      {"registry", "import", "--force", "/in"}}));
+}
+
+TEST_F(JsonOutput, IsWhatIsDocumentedOfXml) {
+    m_Host.File("/good.xml", "<list><item id='7'>a</item></list>");
+    m_Host.File("/bad.xml", "<a></b></a><c/>");
+    Compare("`xml check`", Produce({{"xml", "check", "/good.xml", "/bad.xml"}}));
+    Compare("`xml get`", Produce({{"xml", "get", "//item", "/good.xml"}}));
 }
 
 TEST_F(JsonOutput, IsWhatIsDocumentedOfTheTextsAboutItself) {

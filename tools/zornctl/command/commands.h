@@ -13,6 +13,7 @@ namespace zornctl {
 [[nodiscard]] ExitStatus RunCheckConfig(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunDoctor(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunRegistry(const Arguments& arguments, Output& output);
+[[nodiscard]] ExitStatus RunXml(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunHelp(const Arguments& arguments, Output& output);
 [[nodiscard]] ExitStatus RunGenerate(const Arguments& arguments, Output& output);
 

@@ -96,8 +96,11 @@ class Arguments::Reader {
             return TakeAction(word);
         }
         const auto rows = m_Result.OperandRows();
-        const size_t place = m_Result.m_Operands.size();
-        if (place == rows.size()) {
+        size_t place = m_Result.m_Operands.size();
+        if (place >= rows.size() && !rows.empty() && rows.back().isRepeated) {
+            place = rows.size() - 1;
+        }
+        if (place >= rows.size()) {
             throw WrongUse("one argument too many: " + Quoted(word), HelpFor(m_Result.m_Command));
         }
         CheckOperand(rows[place], word);
@@ -272,7 +275,7 @@ void Arguments::CheckComplete() const {
     if (needsAction) throw WrongUse(Subject() + " needs ACTION", HelpFor(m_Command));
     const auto rows = OperandRows();
     const size_t place = m_Operands.size();
-    if (place == rows.size() || !rows[place].isRequired) return;
+    if (place >= rows.size() || !rows[place].isRequired) return;
     throw WrongUse(Subject() + " needs " + std::string{rows[place].name}, HelpFor(m_Command));
 }
 

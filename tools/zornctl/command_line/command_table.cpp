@@ -116,6 +116,29 @@ constexpr std::array kRegistryOptions{
               .actions = kWritingActions},
 };
 
+// --- xml -----------------------------------------------------------------------------------------
+
+constexpr std::array kCheckOperands{
+    OperandRow{.name = "FILE", .kind = ValueKind::kFile, .isRequired = true, .isRepeated = true}};
+constexpr std::array kXmlGetOperands{
+    OperandRow{.name = "PATH", .isRequired = true},
+    OperandRow{.name = "FILE", .kind = ValueKind::kFile, .isRequired = true}};
+
+constexpr std::array kXmlActions{
+    ActionRow{"check", "tell where the tags of each FILE are wrong, if they are", kCheckOperands},
+    ActionRow{"get", "show the text of the first element that PATH leads to, or an attribute of it",
+              kXmlGetOperands},
+};
+
+constexpr std::array kXmlGetAction{std::string_view{"get"}};
+
+constexpr std::array kXmlOptions{
+    OptionRow{.name = "all",
+              .letter = 'a',
+              .help = "get: of each element that PATH leads to, in the order of the document",
+              .actions = kXmlGetAction},
+};
+
 constexpr std::array kCommands{
     CommandRow{
         .name = "log",
@@ -191,6 +214,28 @@ constexpr std::array kCommands{
         .run = RunRegistry,
     },
     CommandRow{
+        .name = "xml",
+        .summary = "check an XML document, and show texts and attributes out of it",
+        .text =
+            "FILE is a document in UTF-8 or another encoding that has ASCII in it, or - for "
+            "standard input. Its bytes are taken as they are; UTF-16 is refused.\n\n"
+            "check looks at the structure: that each start tag has its end tag, that tags and "
+            "declarations have their form, that there is one root element. It tells each fault "
+            "with its line and column, in bytes from 1, until about 1,000 bytes of faults are "
+            "found. Entities, names and attributes are not checked. If a FILE cannot be read, "
+            "nothing is told of the others.\n\n"
+            "A PATH is names parted by slashes, from the top of the document: list/item or "
+            "/list/item. //item is an item anywhere. * is any name. A name may have one condition: "
+            "item[2] is the second of its parent, item[@id] has an attribute, item[@id='7'] has it "
+            "with that value. A PATH that ends in /@id shows the value of that attribute of the "
+            "element; an element without it is passed over.\n\n"
+            "The exit status of check is 1 if a document has a fault, that of get if PATH leads to "
+            "nothing.",
+        .actions = kXmlActions,
+        .options = kXmlOptions,
+        .run = RunXml,
+    },
+    CommandRow{
         .name = "help",
         .summary = "show what a subcommand does, or the list of subcommands",
         .text = "The same as zornctl COMMAND --help or zornctl --help.",
@@ -243,6 +288,8 @@ constexpr std::array kExampleRows{
               "whether the running service has settings that do not do what they seem to"},
     ManualRow{"zornctl registry list --recursive HKEY_LOCAL_MACHINE/SOFTWARE",
               "all keys and values below a key"},
+    ManualRow{"zornctl xml get --all //item/@id list.xml",
+              "that attribute of all such elements of a document"},
     ManualRow{"zornctl registry set --type dword HKEY_LOCAL_MACHINE/SOFTWARE/Tolbrin Count 42",
               "a number set while the service is stopped"},
     ManualRow{"zornctl registry export --directory /tmp/copy >tree.txt",

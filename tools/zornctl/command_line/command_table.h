@@ -37,6 +37,7 @@ struct OperandRow {
     ValueKind kind = ValueKind::kNone;             ///< `kNone`: any text
     bool isRequired = false;                       ///< REQUIRES: so are those before it
     std::span<const std::string_view> words = {};  ///< for `kWord`
+    bool isRepeated = false;                       ///< one or more. REQUIRES: the last one
 };
 
 /// What a subcommand with several things to do does: its first argument names it.

@@ -83,10 +83,10 @@ std::string CollectOperands(const CommandRow& command) {
             pattern += (pattern.empty() ? "" : "|") + Pattern(option);
     }
     return "            for ((at = 1; at < COMP_CWORD; at++)); do\n"
-           "                case ${COMP_WORDS[at]} in\n"
-           "                    " +
-           pattern +
-           ") ((++at)); [[ ${COMP_WORDS[at]} != = ]] || ((++at)) ;;\n"
+           "                case ${COMP_WORDS[at]} in\n" +
+           (pattern.empty() ? ""
+                            : "                    " + pattern +
+                                  ") ((++at)); [[ ${COMP_WORDS[at]} != = ]] || ((++at)) ;;\n") +
            "                    -*) ;;\n"
            "                    *) operands+=(\"${COMP_WORDS[at]}\") ;;\n"
            "                esac\n"
@@ -101,8 +101,9 @@ std::string ActionCases(const CommandRow& command) {
         for (size_t place = 0; place < action.operands.size(); ++place) {
             const auto offer = Offer(action.operands[place]);
             if (offer.empty()) continue;
-            cases += indent + "'" + std::to_string(place + 2) + " " + std::string{action.name} +
-                     "') " + Assign(offer) + " ;;\n";
+            const bool isRepeated = action.operands[place].isRepeated;
+            cases += indent + (isRepeated ? "*" : std::to_string(place + 2)) + "' " +
+                     std::string{action.name} + "') " + Assign(offer) + " ;;\n";
         }
     }
     return "                case \"${#operands[@]} ${operands[1]-}\" in\n" + cases + indent +

@@ -51,12 +51,13 @@ void AddOptions(std::vector<Term>& terms, std::span<const OptionRow> options) {
     }
 }
 
-/// " FILE [NAME]"
+/// " FILE [NAME]", " FILE..."
 std::string FormatOperands(std::span<const OperandRow> operands) {
     std::string text;
     for (const auto& operand : operands) {
         const std::string name{operand.name};
         text += operand.isRequired ? " " + name : " [" + name + "]";
+        if (operand.isRepeated) text += "...";
     }
     return text;
 }

@@ -85,8 +85,8 @@ std::string Actions(const CommandRow& command) {
         for (size_t place = 0; place < action.operands.size(); ++place) {
             const OperandRow& row = action.operands[place];
             if (row.kind == ValueKind::kNone) continue;
-            cases += indent + "'" + std::to_string(place + 2) + " " + std::string{action.name} +
-                     "') " + Action(row) + " ;;\n";
+            cases += indent + (row.isRepeated ? "*" : std::to_string(place + 2)) + "' " +
+                     std::string{action.name} + "') " + Action(row) + " ;;\n";
         }
     }
     return "            _arguments -s $specs '1:ACTION:(" + names +
