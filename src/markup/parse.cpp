@@ -39,7 +39,7 @@ struct Bytes64 {
     }
 };
 
-MARKUP_ISA static uint32_t Equal32(const char* bytes, char character) {
+MARKUP_ISA uint32_t Equal32(const char* bytes, char character) {
     const __m128i wanted = _mm_set1_epi8(character);
     const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(bytes));
     const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(bytes + 16));
@@ -76,7 +76,7 @@ struct Bytes64 {
     }
 };
 
-MARKUP_ISA static uint32_t Equal32(const char* bytes, char character) {
+MARKUP_ISA uint32_t Equal32(const char* bytes, char character) {
     const __m256i part = _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(bytes));
     return static_cast<uint32_t>(
         _mm256_movemask_epi8(_mm256_cmpeq_epi8(part, _mm256_set1_epi8(character))));

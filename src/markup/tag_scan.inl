@@ -71,7 +71,7 @@ class Structure {
 };
 
 /// The first quote of that kind from `from` on, or the size of the text.
-MARKUP_ISA static size_t FindQuote(std::string_view text, size_t from, char quote) {
+MARKUP_ISA size_t FindQuote(std::string_view text, size_t from, char quote) {
     for (; from + 32 <= text.size(); from += 32) {
         const uint32_t quotes = Equal32(text.data() + from, quote);
         if (quotes != 0) return from + static_cast<size_t>(__builtin_ctz(quotes));
@@ -82,8 +82,8 @@ MARKUP_ISA static size_t FindQuote(std::string_view text, size_t from, char quot
 
 /// The ">" of the start tag whose name begins at `place`, or the size of the text. Tells whether it ends
 /// a value without quotes.
-MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text, size_t place,
-                                    bool& isUnquoted) {
+MARKUP_ISA size_t FindTagEnd(Structure& structure, std::string_view text, size_t place,
+                             bool& isUnquoted) {
     for (;;) {
         place = structure.NextStop(place);
         if (place == text.size() || text[place] == '>') return place;
@@ -104,8 +104,8 @@ MARKUP_ISA static size_t FindTagEnd(Structure& structure, std::string_view text,
 
 /// Whether an end tag with the name from `begin` to `end` ends the element. This is not waited for: what
 /// comes next is known without it.
-MARKUP_ISA static bool IsEndOf(const ElementPosition& element, std::string_view text, size_t begin,
-                               size_t end) {
+MARKUP_ISA bool IsEndOf(const ElementPosition& element, std::string_view text, size_t begin,
+                        size_t end) {
     const size_t length = end - begin;
     const char* const name = text.data() + begin;
     const char* const open = text.data() + element.start + 1;
@@ -118,7 +118,7 @@ MARKUP_ISA static bool IsEndOf(const ElementPosition& element, std::string_view 
 }
 
 /// Hands all tags from `place` on to the parse.
-MARKUP_SCAN static void ScanTags(MarkupParse& parse, size_t place) {
+MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
     const std::string_view text = parse.Text();
     Structure structure{text};
     MarkupParse::Edge edge = parse.GetEdge();

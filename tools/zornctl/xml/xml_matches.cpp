@@ -44,14 +44,15 @@ void AddChildren(MarkupDocument& document, int32_t parent, const std::string& st
 
 }  // namespace
 
-std::vector<int32_t> FindAllElements(MarkupDocument& document, const std::string& text) {
-    const MarkupPath path{text.c_str()};
-    if (path.GetType() == MarkupPath::Type::kAnywhere) return FindAnywhere(document, path, text);
-    const auto steps = StepsOf(path, text);
+std::vector<int32_t> FindAllElements(MarkupDocument& document, const std::string& path) {
+    const MarkupPath parsed{path.c_str()};
+    if (parsed.GetType() == MarkupPath::Type::kAnywhere)
+        return FindAnywhere(document, parsed, path);
+    const auto steps = StepsOf(parsed, path);
     std::vector<int32_t> parents{0};
-    for (int place = 0; place < path.Size(); ++place) {
+    for (int place = 0; place < parsed.Size(); ++place) {
         std::vector<int32_t> found;
-        const bool isOne = path.Segment(place).index != 0;
+        const bool isOne = parsed.Segment(place).index != 0;
         for (const int32_t parent : parents) {
             AddChildren(document, parent, steps[static_cast<size_t>(place)], isOne, found);
         }
