@@ -317,6 +317,15 @@ struct LogRounds {
     int restored = 0;
     int unfinished = 0;  ///< with something of a line that was in the making at the end
 
+    /// What there is of a line in the making, if it is no prefix yet, looks like a further line of the
+    /// text in front of it.
+    static std::optional<uint32_t> NumberInFront(TraceEntry entry) {
+        const size_t end = entry.text.find('\n');
+        if (end == entry.text.npos) return {};
+        entry.text = entry.text.substr(0, end);
+        return NumberOfWhole(entry, LogLineText);
+    }
+
     /// The head is there, and behind it the last lines without a gap. What is not whole is the rest
     /// of an overwritten line, or a line in the making at the end.
     testing::AssertionResult Check(const Progress& progress) {
@@ -331,6 +340,7 @@ struct LogRounds {
                 (entry.part == TracePart::kHead ? head : passes).push_back(*number);
             } else if (!entry.isCut && entry.text.find("------ WRAP") == entry.text.npos) {
                 if (&entry != &entries.back()) return testing::AssertionFailure() << entry.text;
+                if (const auto last = NumberInFront(entry)) passes.push_back(*last);
                 unfinished++;
             }
         }
