@@ -106,8 +106,10 @@ daemon_refuses_without_module_host() {
     ((status == 1)) && grep -q 'Server Control SWITCH could not be loaded' "$userland/$log"
 }
 
-# Starts the daemon by hand, waits until it waits for signals, stops it.
+# Starts the daemon by hand, waits until it waits for signals, stops it. The log of the run before would
+# tell that too early.
 daemon_runs() {
+    rm -f "$userland/$log"
     # shellcheck disable=SC2016  # for the shell inside
     inside bash -c '
         /usr/libexec/zorn/zorn &
