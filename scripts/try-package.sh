@@ -12,6 +12,7 @@ source "$(dirname "$0")/lib.sh"
 
 trial=$PWD/build/trial
 settings=opt/Corvanthimex/vital/etc/kelmora/TarnhollowSuite/TraceConfig
+registry=opt/Corvanthimex/vital/etc/tolbrin
 log=var/log/tolbrin/log.zorn
 contact='Trial <trial@example.com>'
 
@@ -221,6 +222,8 @@ try_rpm() { # PACKAGE NEWER-PACKAGE
     rpm_inside -e --nodeps zorn
     expect 'changed settings are kept aside' test -e "$userland/$settings/global_trace.ini.rpmsave"
     rm "$userland/$settings/global_trace.ini.rpmsave"
+    expect 'the registry stays' test -s "$userland/$registry/registry"
+    rm -r "${userland:?}/$registry"
     (cd "$userland/opt" && rmdir -p "${settings#opt/}")
     expect 'nothing else is left' nothing_is_left
 }
