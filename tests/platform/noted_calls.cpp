@@ -14,6 +14,9 @@ int CallNoted(const char* name, Argument* argument) {
 
 }  // namespace
 
+// The thread sanitizer has functions of these names of its own.
+#ifndef __SANITIZE_THREAD__
+
 extern "C" {
 
 int pthread_attr_destroy(pthread_attr_t* attributes) noexcept {
@@ -28,3 +31,5 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
     return CallNoted("pthread_mutex_destroy", mutex);
 }
 }
+
+#endif
