@@ -32,7 +32,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -45,6 +44,7 @@
 #include <vector>
 
 #include "markup/markup_document.h"
+#include "support/processor_time.h"
 
 namespace {
 
@@ -367,18 +367,6 @@ constexpr std::array kParsers{
 
 // --- Parsing -------------------------------------------------------------------------------------
 
-/// Of the processor: what else the machine does is left out.
-template <typename Work>
-double SecondsOf(Work work) {
-    timespec begin{};
-    timespec end{};
-    (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &begin);
-    work();
-    (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
-    return static_cast<double>(end.tv_sec - begin.tv_sec) +
-           static_cast<double>(end.tv_nsec - begin.tv_nsec) * 1e-9;
-}
-
 size_t CountOfMarkup(const Document& document) {
     MarkupParser parser;
     parser.Take(document.text);
@@ -394,7 +382,7 @@ void ParseWarm(benchmark::State& state, const ParserRow& row, const Document& do
         parser->Clear();
         parser->Take(document.text);
         bool isDone = false;
-        state.SetIterationTime(SecondsOf([&] { isDone = parser->Parse(); }));
+        state.SetIterationTime(ProcessorSecondsOf([&] { isDone = parser->Parse(); }));
         if (!isDone) return state.SkipWithError("refused");
     }
     if (parser->Count() != CountOfMarkup(document)) Die("other elements: " + document.name);
@@ -440,7 +428,7 @@ int RunFirst(char** arguments) {
     const double before = OwnMemory();
     bool isDone = false;
     First first;
-    first.seconds = SecondsOf([&] { isDone = parser->Parse(); });
+    first.seconds = ProcessorSecondsOf([&] { isDone = parser->Parse(); });
     first.bytes = OwnMemory() - before;
     if (isDone) first.elements = static_cast<double>(parser->Count());
     return write(atoi(arguments[2]), &first, sizeof first) == sizeof first ? 0 : 1;

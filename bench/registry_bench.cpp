@@ -27,7 +27,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -36,6 +35,7 @@
 #include <vector>
 
 #include "registry/registry.h"
+#include "support/processor_time.h"
 #include "trace/unique_file.h"
 
 namespace {
@@ -98,22 +98,11 @@ std::string IniText() {
     return text;
 }
 
-template <typename Work>
-double SecondsOf(Work work) {
-    timespec begin{};
-    timespec end{};
-    (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &begin);
-    work();
-    (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
-    return static_cast<double>(end.tv_sec - begin.tv_sec) +
-           static_cast<double>(end.tv_nsec - begin.tv_nsec) * 1e-9;
-}
-
 /// Calls `work` and counts its processor time as this iteration's: nothing here waits, and what else
 /// the machine does is left out.
 template <typename Work>
 void Time(benchmark::State& state, Work work) {
-    state.SetIterationTime(SecondsOf(work));
+    state.SetIterationTime(ProcessorSecondsOf(work));
 }
 
 /// The same for work that a process of its own does, whose memory nobody has touched.
@@ -123,7 +112,7 @@ void TimeInChild(benchmark::State& state, Work work) {
     if (pipe(ends) != 0) Die("pipe");
     const pid_t child = fork();
     if (child == 0) {
-        const double seconds = SecondsOf(work);
+        const double seconds = ProcessorSecondsOf(work);
         _exit(write(ends[1], &seconds, sizeof seconds) == sizeof seconds ? 0 : 1);
     }
     double seconds = 0;

@@ -1,38 +1,17 @@
 // The code and the commands of docs/modules.md, run as they stand there.
 
-#include <fstream>
-#include <iterator>
-
 #include "examples/module_daemon.h"
+#include "support/fenced_block.h"
 
 namespace {
 
-class ModulesDocument : public ModuleDaemonTest {
-  protected:
-    ModulesDocument() {
-        std::ifstream file{SOURCE_DIRECTORY "/docs/modules.md"};
-        m_Text.assign(std::istreambuf_iterator<char>{file}, {});
-    }
+const std::string kDocument = SOURCE_DIRECTORY "/docs/modules.md";
 
-    /// The only fenced block of that language.
-    [[nodiscard]] std::string Block(const std::string& language) const {
-        const std::string head = "\n```" + language + "\n";
-        const auto begin = m_Text.find(head);
-        if (begin == m_Text.npos || m_Text.find(head, begin + 1) != m_Text.npos) {
-            ADD_FAILURE() << "docs/modules.md does not hold one block of " << language;
-            return {};
-        }
-        const auto first = begin + head.size();
-        return m_Text.substr(first, m_Text.find("\n```", first) + 1 - first);
-    }
-
-  private:
-    std::string m_Text;
-};
+using ModulesDocument = ModuleDaemonTest;
 
 TEST_F(ModulesDocument, ItsModuleIsBuiltByItsCommandAndRuns) {
-    m_Machine.File("/modules/heartbeat.cpp", Block("cpp"));
-    m_Machine.File("/modules/build", Block("sh"));
+    m_Machine.File("/modules/heartbeat.cpp", FencedBlock(kDocument, "cpp"));
+    m_Machine.File("/modules/build", FencedBlock(kDocument, "sh"));
     auto build =
         m_Machine.Start({"/bin/sh", "-e", "build"},
                         {.environment = {{"ZORN", SOURCE_DIRECTORY}}, .directory = "/modules"});

@@ -1,35 +1,19 @@
 // The example and the table of faults of docs/markup.md.
 
 #include <fstream>
-#include <iterator>
-#include <sstream>
+#include <string>
 
 #include <gtest/gtest.h>
 
 #include "markup/markup_document.h"
 #include "markup/result_text.h"
+#include "support/fenced_block.h"
 
 void ReadOrder();  // its code, as it stands there
 
 namespace {
 
-std::string Document() {
-    std::ifstream file{ZORN_SOURCE_DIR "/docs/markup.md"};
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
-/// The only fenced block of that language.
-std::string Block(const std::string& language) {
-    const std::string text = Document();
-    const std::string head = "\n```" + language + "\n";
-    const auto begin = text.find(head);
-    if (begin == text.npos || text.find(head, begin + 1) != text.npos) {
-        ADD_FAILURE() << "docs/markup.md does not hold one block of " << language;
-        return {};
-    }
-    const auto first = begin + head.size();
-    return text.substr(first, text.find("\n```", first) + 1 - first);
-}
+const std::string kDocument = ZORN_SOURCE_DIR "/docs/markup.md";
 
 /// "| `DOCUMENT` | TEXT |", split; empty for another line.
 std::pair<std::string, std::string> FaultOf(const std::string& line) {
@@ -43,14 +27,15 @@ std::pair<std::string, std::string> FaultOf(const std::string& line) {
 TEST(MarkupDocumentation, PrintsWhatItSays) {
     testing::internal::CaptureStdout();
     ReadOrder();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), Block("text"));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), FencedBlock(kDocument, "text"));
 }
 
 TEST(MarkupDocumentation, TellsTheFaultsThatAreFound) {
-    const std::string text = Document();
-    std::istringstream faults{text.substr(text.find("\n## Faults\n"))};
+    std::ifstream faults{kDocument};
     int count = 0;
-    for (std::string line; std::getline(faults, line);) {
+    std::string line;
+    while (line != "## Faults") ASSERT_TRUE(std::getline(faults, line));
+    while (std::getline(faults, line)) {
         const auto [document, told] = FaultOf(line);
         if (document.empty()) continue;
         ++count;

@@ -3,10 +3,7 @@
 
 #include "markup/parse.h"
 
-#include <pthread.h>
-
-#include <ctime>
-#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,18 +12,14 @@
 #include "markup/markup_document.h"
 #include "markup/result_records.h"
 #include "support/every_prefix.h"
+#include "support/processor_time.h"
+#include "support/repeated.h"
 #include "support/sanitizers.h"
+#include "support/small_stack.h"
 
 namespace {
 
 constexpr bool kIsSlow = kAddressSanitizer || kThreadSanitizer;
-
-std::string Repeated(std::string_view text, size_t times) {
-    std::string result;
-    result.reserve(text.size() * times);
-    for (size_t i = 0; i < times; ++i) result += text;
-    return result;
-}
 
 std::string FlagsOf(uint32_t levelFlags) {
     std::string flags;
@@ -120,25 +113,8 @@ std::string Unterminated(const std::string& type, size_t offset) {
 const std::string kNoRoot = "<no_root_element/>";
 const std::string kSibling = "<root_has_sibling/>";
 
-constexpr size_t kStack = size_t{256} * 1024;
 /// The depth of deep documents.
 constexpr int32_t kMillion = kIsSlow ? 100'000 : 1'000'000;
-
-void* CallBody(void* body) {
-    (*static_cast<std::function<void()>*>(body))();
-    return nullptr;
-}
-
-/// Runs `body` on a thread with a stack of that size.
-void OnSmallStack(std::function<void()> body) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, &attributes, CallBody, &body), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    ASSERT_EQ(pthread_attr_destroy(&attributes), 0);
-}
 
 /// Processor time of a parse of `times` repetitions of each part, the least of three.
 double SecondsOf(const std::vector<std::string_view>& parts, size_t times) {
@@ -146,13 +122,8 @@ double SecondsOf(const std::vector<std::string_view>& parts, size_t times) {
     for (const std::string_view part : parts) text += Repeated(part, times);
     double least = 0;
     for (int round = 0; round < 3; ++round) {
-        timespec before{};
-        timespec after{};
-        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &before);
-        const MarkupDocument document{text};
-        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &after);
-        const double seconds = static_cast<double>(after.tv_sec - before.tv_sec) +
-                               static_cast<double>(after.tv_nsec - before.tv_nsec) * 1e-9;
+        std::optional<MarkupDocument> document;
+        const double seconds = ProcessorSecondsOf([&] { document.emplace(text); });
         if (round == 0 || seconds < least) least = seconds;
     }
     return least;

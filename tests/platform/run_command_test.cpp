@@ -1,6 +1,5 @@
 #include "platform/run_command.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -26,18 +25,6 @@
 #include "trace/unique_file.h"
 
 using testing::IsEmpty;
-
-namespace {
-
-/// What sysconf(3) says of the limit of open files; 0 leaves it to the C library.
-long g_ToldOpenMax = 0;
-
-}  // namespace
-
-extern "C" long sysconf(int name) noexcept {
-    if (name == _SC_OPEN_MAX && g_ToldOpenMax != 0) return g_ToldOpenMax;
-    return reinterpret_cast<long (*)(int)>(dlsym(RTLD_NEXT, "sysconf"))(name);
-}
 
 namespace {
 
@@ -272,7 +259,9 @@ TEST(RunCommand, ClosesBelow1024IfTheLimitOfOpenFilesIsNotKnown) {
             SetOpenFilesLimit(2000);
             const UniqueFd closed = MakeInheritable(1023);
             const UniqueFd kept = MakeInheritable(1024);
-            g_ToldOpenMax = limit;
+            FaultOf<&::sysconf> told;
+            told.Only([](int name) { return name == _SC_OPEN_MAX; });
+            told.Always([limit](int) { return limit; });
             EXPECT_FALSE(CommandHas(1023, false));
             EXPECT_TRUE(CommandHas(1024, false));
         });

@@ -1,44 +1,19 @@
 // Trees as deep as a file can make them, on a stack that no recursion would get along with.
 
-#include <pthread.h>
-
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "registry/registry_host.h"
+#include "support/repeated.h"
 #include "support/sanitizers.h"
+#include "support/small_stack.h"
 
 namespace {
 
-constexpr size_t kStack = size_t{256} * 1024;
 /// A sanitizer makes each key several times as large; the depth is still one that no stack holds.
 constexpr size_t kMillion = kAddressSanitizer || kThreadSanitizer ? 100'000 : 1'000'000;
-
-void* CallBody(void* body) {
-    (*static_cast<std::function<void()>*>(body))();
-    return nullptr;
-}
-
-/// Runs `body` on a thread with a stack of that size.
-void OnSmallStack(std::function<void()> body) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, &attributes, CallBody, &body), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    ASSERT_EQ(pthread_attr_destroy(&attributes), 0);
-}
-
-std::string Repeated(std::string_view text, size_t times) {
-    std::string result;
-    result.reserve(text.size() * times);
-    for (size_t i = 0; i < times; ++i) result += text;
-    return result;
-}
 
 /// Keys in keys, with a value in the last one.
 std::string DeepText(size_t depth) {

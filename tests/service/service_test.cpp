@@ -311,39 +311,10 @@ int RunScripted() {
     return RunService(2, g_Arguments);
 }
 
-/// Where the next two functions, which no script reaches, are noted.
-std::vector<std::string>* g_Steps = nullptr;
-
-template <typename Function>
-Function Next(const char* name) {
-    return reinterpret_cast<Function>(LibcFault::Real<&::dlsym>(RTLD_NEXT, name));
-}
-
-}  // namespace
-
-extern "C" {
-
-void tzset() noexcept {
-    if (g_Steps != nullptr) g_Steps->emplace_back("tzset");
-    Next<void (*)()>("tzset")();
-}
-
-int sigaction(int number, const struct sigaction* action, struct sigaction* former) noexcept {
-    if (g_Steps != nullptr && action != nullptr) {
-        g_Steps->push_back("sigaction " + std::to_string(number));
-    }
-    using Function = int (*)(int, const struct sigaction*, struct sigaction*);
-    return Next<Function>("sigaction")(number, action, former);
-}
-}
-
-namespace {
-
 /// What surrounds a run: no second of sleep, a stop signal as soon as one is waited for.
 class Surroundings {
   public:
     Surroundings() {
-        g_Steps = &steps;
         LeakCensus::MayStay("/var/log/tolbrin/log.zorn");  // closed with the process
         m_Sleep.Always([this](unsigned seconds) {
             steps.push_back("sleep " + std::to_string(seconds));
@@ -370,6 +341,15 @@ class Surroundings {
             steps.push_back("sigprocmask " + std::to_string(how));
             return LibcFault::Real<&::sigprocmask>(how, signals, former);
         });
+        m_Action.Always(
+            [this](int number, const struct sigaction* action, struct sigaction* former) {
+                if (action != nullptr) steps.push_back("sigaction " + std::to_string(number));
+                return LibcFault::Real<&::sigaction>(number, action, former);
+            });
+        m_TimeZone.Always([this] {
+            steps.emplace_back("tzset");
+            LibcFault::Real<&::tzset>();
+        });
         m_Text.Always([this](const tm* time, char* text) {
             steps.emplace_back("asctime_r");
             return LibcFault::Real<&::asctime_r>(time, text);
@@ -380,10 +360,6 @@ class Surroundings {
         });
     }
 
-    ~Surroundings() { g_Steps = nullptr; }
-    Surroundings(const Surroundings&) = delete;
-    Surroundings& operator=(const Surroundings&) = delete;
-
     std::vector<std::string> steps;
 
   private:
@@ -393,6 +369,8 @@ class Surroundings {
     FaultOf<&::chdir> m_Directory;
     FaultOf<&::umask> m_Mask;
     FaultOf<&::sigprocmask> m_Signals;
+    FaultOf<&::sigaction> m_Action;
+    FaultOf<&::tzset> m_TimeZone;
     FaultOf<&::asctime_r> m_Text;
     FaultOf<&::openlog> m_Syslog;
 };

@@ -45,18 +45,18 @@
     X(3, openlog) X(1, pclose) X(1, pipe) X(2, pipe2) X(2, popen) X(4, pread) X(4, pwrite)       \
     X(3, read) X(1, readdir) X(3, readlink) X(4, recv) X(6, recvfrom) X(5, regexec)               \
     X(2, rename) X(5, renameat2) X(4, scandir) X(0, sched_yield) X(1, sem_destroy) X(3, sem_init) X(1, sem_post)              \
-    X(1, sem_trywait) X(1, sem_wait) X(4, send) X(6, sendto) X(0, setsid) X(3, sigprocmask)      \
-    X(1, sleep) X(3, socket) X(2, stat) X(4, strftime) X(1, time) X(1, umask) X(1, unlink)       \
-    X(1, usleep) X(3, waitpid) X(3, write)
+    X(1, sem_trywait) X(1, sem_wait) X(4, send) X(6, sendto) X(0, setsid) X(3, sigaction)        \
+    X(3, sigprocmask) X(1, sleep) X(3, socket) X(2, stat) X(4, strftime) X(1, sysconf)           \
+    X(1, time) X(0, tzset) X(1, umask) X(1, unlink) X(1, usleep) X(3, waitpid) X(3, write)
 
 /// Those whose result is the error number itself.
 #define ZORN_LIBC_ERROR_NUMBER_FUNCTIONS(X) \
-    X(2, pthread_attr_getschedparam) X(1, pthread_attr_init) X(2, pthread_attr_setdetachstate)   \
+    X(1, pthread_attr_destroy) X(2, pthread_attr_getschedparam) X(1, pthread_attr_init) X(2, pthread_attr_setdetachstate)   \
     X(2, pthread_attr_setschedparam) X(2, pthread_attr_setschedpolicy) X(1, pthread_cancel)      \
     X(1, pthread_cond_broadcast) X(1, pthread_cond_destroy) X(2, pthread_cond_init)              \
     X(1, pthread_cond_signal) X(3, pthread_cond_timedwait) X(2, pthread_cond_wait)               \
-    X(1, pthread_condattr_init) X(2, pthread_condattr_setclock) X(4, pthread_create)             \
-    X(3, pthread_getschedparam) X(2, pthread_join) X(2, pthread_mutex_init)                      \
+    X(1, pthread_condattr_destroy) X(1, pthread_condattr_init) X(2, pthread_condattr_setclock) X(4, pthread_create)             \
+    X(3, pthread_getschedparam) X(2, pthread_join) X(1, pthread_mutex_destroy) X(2, pthread_mutex_init)                      \
     X(1, pthread_mutex_lock) X(1, pthread_mutex_trylock) X(1, pthread_mutex_unlock) X(3, pthread_sigmask) X(2, sigwait)
 
 /// Those that sanitizers keep to themselves: see `kHeapFaults`.
