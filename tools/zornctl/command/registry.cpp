@@ -43,9 +43,7 @@ struct Call {
         return arguments.Operand(place).value_or(std::string{});
     }
     [[nodiscard]] KeyPath Path() const { return SplitKeyPath(Word(0)); }
-    [[nodiscard]] std::string ImportedFile() const {
-        return Word(0) == "-" ? "standard input" : Word(0);
-    }
+    [[nodiscard]] std::string ImportedFile() const { return OperandName(Word(0)); }
 
     [[nodiscard]] Failure NotFound(std::string cause, std::string remedy) const {
         return {ExitStatus::kNotFound, source.path, std::move(cause), std::move(remedy)};
@@ -257,10 +255,10 @@ void CheckHive(Call& call, const std::string& name, ExitStatus status, const std
     const auto nearest = NearestName(name, {kHives.begin(), kHives.end()});
     std::string all;
     for (const auto hive : kHives) all.append(all.empty() ? "" : ", ").append(hive);
-    throw Failure{
-        status, file, "no hive '" + name + "'",
-        (nearest.empty() ? "the hives are " + all : "did you mean " + std::string{nearest} + "?") +
-            " --force takes it as it is"};
+    throw Failure{status, file, "no hive '" + name + "'",
+                  (nearest.empty() ? "the hives are " + all + ";"
+                                   : "did you mean " + std::string{nearest} + "?") +
+                      " --force takes it as it is"};
 }
 
 void Create(Call& call) {
@@ -285,9 +283,7 @@ void CheckLostLines(const Call& call) {
 }
 
 void ReadImported(Call& call) {
-    const bool isInput = call.Word(0) == "-";
-    call.text = isInput ? ReadStandardInput(kLargestRegistry)
-                        : ReadWholeFile(call.Word(0), kLargestRegistry);
+    call.text = ReadOperand(call.Word(0), kLargestRegistry);
     call.lost = FindLostLines(call.text);
     CheckLostLines(call);
 }

@@ -22,10 +22,6 @@ using nlohmann::ordered_json;
 
 constexpr size_t kLargestDocument = std::numeric_limits<int32_t>::max();
 
-std::string NameOf(const std::string& file) {
-    return file == "-" ? "standard input" : file;
-}
-
 bool IsUtf16(std::string_view text) {
     using namespace std::string_view_literals;
     return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
@@ -33,10 +29,9 @@ bool IsUtf16(std::string_view text) {
 }
 
 std::string ReadDocument(const std::string& file) {
-    std::string text =
-        file == "-" ? ReadStandardInput(kLargestDocument) : ReadWholeFile(file, kLargestDocument);
+    std::string text = ReadOperand(file, kLargestDocument);
     if (!IsUtf16(text)) return text;
-    throw Failure{ExitStatus::kNoAccess, NameOf(file), "is UTF-16, which is not read",
+    throw Failure{ExitStatus::kNoAccess, OperandName(file), "is UTF-16, which is not read",
                   "convert it: iconv -f UTF-16 -t UTF-8"};
 }
 
@@ -81,8 +76,8 @@ Report CheckFile(const std::string& file) {
     const MarkupDocument document{ReadDocument(file)};
     std::string result = document.Result();
     if (document.GetDocumentText().empty()) AddErrorRecord(result, "no_root_element");
-    return {NameOf(file), document.GetElementCount(), FaultsOf(result, document.GetDocumentText()),
-            result.size() >= kResultLimit};
+    return {OperandName(file), document.GetElementCount(),
+            FaultsOf(result, document.GetDocumentText()), result.size() >= kResultLimit};
 }
 
 std::string TextOf(const Report& report) {
@@ -176,7 +171,7 @@ ExitStatus Get(const Arguments& arguments, Output& output) {
     MarkupDocument document{ReadDocument(file)};
     const auto found = Find(document, path, arguments.Has("all"));
     if (found.empty()) {
-        throw Failure{ExitStatus::kNotFound, NameOf(file), "nothing at '" + path + "'",
+        throw Failure{ExitStatus::kNotFound, OperandName(file), "nothing at '" + path + "'",
                       document.IsWellFormed() ? "" : "it has faults: see zornctl xml check"};
     }
     const bool isTerminal = isatty(STDOUT_FILENO) != 0;
@@ -191,7 +186,7 @@ ExitStatus Get(const Arguments& arguments, Output& output) {
         }
     }
     if (output.IsJson()) {
-        output.WriteJson({{"path", JsonText(NameOf(file))}, {"values", std::move(values)}});
+        output.WriteJson({{"path", JsonText(OperandName(file))}, {"values", std::move(values)}});
     }
     return ExitStatus::kDone;
 }

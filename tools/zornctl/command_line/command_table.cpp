@@ -160,8 +160,9 @@ constexpr std::array kCommands{
         .text = "FILE is a ring file, of a running service or left by one that was killed, or "
                 "compressed with gzip. This shows its header, the begin line, what is left of the "
                 "former pass, and the newest pass.\n\n"
-                "Without an end mark (the service was killed within a line) the order comes from "
-                "the time stamps; a note on standard error says so.",
+                "Without an end mark (the file is damaged, was copied while it was written, or the "
+                "machine went down) the order comes from the time stamps; a note on standard error "
+                "says so.",
         .operands = kRingOperands,
         .options = kTraceOptions,
         .run = RunRing,
@@ -225,12 +226,12 @@ constexpr std::array kCommands{
             "found. Entities, names and attributes are not checked. If a FILE cannot be read, "
             "nothing is told of the others.\n\n"
             "A PATH is names parted by slashes, from the top of the document: list/item or "
-            "/list/item. //item is an item anywhere. * is any name. A name may have one condition: "
-            "item[2] is the second of its parent, item[@id] has an attribute, item[@id='7'] has it "
-            "with that value. A PATH that ends in /@id shows the value of that attribute of the "
+            "/list/item. //item is an item anywhere; it takes one name only. * is any name. A name may "
+            "have one condition: item[2] is the second of its parent, //item[2] of the document, "
+            "item[@id] has an attribute, item[@id='7'] has it with that value. A PATH that ends in /@id shows the value of that attribute of the "
             "element; an element without it is passed over.\n\n"
             "The exit status of check is 1 if a document has a fault, that of get if PATH leads to "
-            "nothing.",
+            "nothing; that of both if FILE is missing.",
         .actions = kXmlActions,
         .options = kXmlOptions,
         .run = RunXml,

@@ -60,8 +60,13 @@ std::string ReadWholeFile(const std::string& path, size_t limit) {
     return ReadAll(file.Get(), path, std::move(text), limit);
 }
 
-std::string ReadStandardInput(size_t limit) {
-    return ReadAll(STDIN_FILENO, "standard input", {}, limit);
+std::string ReadOperand(const std::string& operand, size_t limit) {
+    if (operand != "-") return ReadWholeFile(operand, limit);
+    return ReadAll(STDIN_FILENO, OperandName(operand), {}, limit);
+}
+
+std::string OperandName(const std::string& operand) {
+    return operand == "-" ? "standard input" : operand;
 }
 
 bool IsCompressed(std::string_view text) {

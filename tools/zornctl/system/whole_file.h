@@ -11,8 +11,11 @@ namespace zornctl {
 /// Thread-safety of all here: any thread; no state.
 [[nodiscard]] std::string ReadWholeFile(const std::string& path, size_t limit);
 
-/// The same of standard input.
-[[nodiscard]] std::string ReadStandardInput(size_t limit);
+/// The same of what an operand stands for: "-" is standard input.
+[[nodiscard]] std::string ReadOperand(const std::string& operand, size_t limit);
+
+/// What messages call it.
+[[nodiscard]] std::string OperandName(const std::string& operand);
 
 /// Whether a text is what gzip makes.
 [[nodiscard]] bool IsCompressed(std::string_view text);
