@@ -276,7 +276,7 @@ void NodeReader::MergeItems() {
     const RecursiveLockGuard hold{m_Top.Lock()};
     const auto there = m_Top.Entries();
     const size_t size = there.size() + m_Items.size();
-    auto merged = std::make_unique_for_overwrite<NameTableEntry[]>(size);
+    auto merged = std::make_unique<NameTableEntry[]>(size);
     auto from = there.begin();
     NameTableEntry* to = merged.get();
     for (NameTableEntry& item : m_Items) {

@@ -22,6 +22,11 @@ constexpr int kFailed = -1;
 constexpr const char* kUuidPath =
     R"(SYSTEM\CurrentControlSet\Control\UUID\C3681B60-0D26-11D3-8319-00A0C9B61E25)";
 
+/// Reads a handle that may be an element of `MHives`, which other threads change.
+HKEY Load(const HKEY& key) {
+    return std::atomic_ref{const_cast<HKEY&>(key)}.load();
+}
+
 const char* Shown(const char* text) {
     return text != nullptr ? text : "<null>";
 }
@@ -182,11 +187,11 @@ CRegistry::CRegistry() {
 }
 
 CRegistry::CRegistry(const HKEY& key) : CRegistry() {
-    m_Node = key;
+    m_Node = Load(key);
 }
 
 CRegistry::CRegistry(const char* path, const HKEY& key, unsigned access) : CRegistry() {
-    m_LastError = Open(path, key, access);
+    m_LastError = Open(path, Load(key), access);
 }
 
 CRegistry::CRegistry(const CRegistry& other) : CRegistry() {
@@ -579,7 +584,7 @@ bool CRegistry::GetUuidValue(std::string& out, const char* name) {
     constexpr int kTries = 2;
     for (int i = 0; i < kTries; ++i) {
         CRegistry key;
-        if (key.Open(kUuidPath, MHives[kHiveLocalMachine], 0) != 0) continue;
+        if (key.Open(kUuidPath, Load(MHives[kHiveLocalMachine]), 0) != 0) continue;
         if (key.GetValue(out, name, nullptr) == 0) return true;
     }
     return false;

@@ -90,7 +90,7 @@ class ZORN_API CRegistry {
     [[nodiscard]] HKEY Key() const { return m_Node; }
 
     /// What was last given to `Open`, with slashes for the separators that were passed; null if that
-    /// failed.
+    /// failed. Valid until the next `Open`, `OpenPointer`, `InitClass` or assignment.
     [[nodiscard]] const char* KeyPath() const { return m_KeyPath.get(); }
 
     /// 0, or -1 if the last `Open` or `OpenPointer` failed. Nothing else sets it.
@@ -212,7 +212,8 @@ class ZORN_API CRegistry {
     // --- The tree and its files --------------------------------------------------------------------
 
     /// The keys of the hives; null while the tree has no such key. Set when the tree is restored,
-    /// before the first constructor returns.
+    /// before the first constructor returns. Thread-safety: constructors may be given an element while
+    /// others delete or restore its key; for other reads no such key may come or go meanwhile.
     static CRegistryNode* MHives[kRegistryHives];
 
     /// Brings the tree into memory from the first of the three files that holds a value; with

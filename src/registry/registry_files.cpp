@@ -38,6 +38,21 @@ constexpr const char* kHiveNames[kRegistryHives] = {"HKEY_LOCAL_MACHINE", "HKEY_
 /// A change of which `MIsDirty` does not tell any more may not be in its place yet.
 std::atomic<bool> g_IsSaving{false};
 
+/// Hives of a tree that is there may be missing for as long.
+std::atomic<bool> g_IsSettingUp{false};
+
+/// Keeps a flag set while it lives.
+class FlagGuard {
+  public:
+    explicit FlagGuard(std::atomic<bool>& flag) : m_Flag(flag) { m_Flag = true; }
+    ~FlagGuard() { m_Flag = false; }
+    FlagGuard(const FlagGuard&) = delete;
+    FlagGuard& operator=(const FlagGuard&) = delete;
+
+  private:
+    std::atomic<bool>& m_Flag;
+};
+
 std::string PathOf(const char* file) {
     return std::string{kDirectory} + "/" + file;
 }
@@ -64,10 +79,11 @@ bool Exchange(const std::string& one, const std::string& other) {
 // --- Restoring ---------------------------------------------------------------------------------
 
 void CRegistry::SetupTree(bool forceSetup) {
-    if (MIsSetup.load(std::memory_order_acquire) && !forceSetup) return;
+    if (MIsSetup && !g_IsSettingUp && !forceSetup) return;
     const NoCancellation untilDone;
     const RecursiveLockGuard hold{MRegistryLock};
     if (MIsSetup && !forceSetup) return;
+    const FlagGuard untilSetUp{g_IsSettingUp};
     TRACE(2, "CRegistry: SetupTree(): ForceSetup=%d, MIsSetup=%d, MIsDirty=%d\n", forceSetup,
           MIsSetup.load(), MIsDirty.load());
     try {
@@ -191,11 +207,10 @@ void CRegistry::SaveTree() {
     const NoCancellation untilDone;
     const RecursiveLockGuard hold{MRegistryLock};
     if (!MIsDirty) return;
-    g_IsSaving = true;
+    const FlagGuard untilSaved{g_IsSaving};
     // Cleared before the tree is written: a change that comes meanwhile is told to the next save.
     MIsDirty = false;
     (void)Files().Save(MRoot);
-    g_IsSaving = false;
 }
 
 int RegistryFiles::Save(CRegistryNode& tree) const {
