@@ -1,6 +1,5 @@
 // How the content of a key is read and written.
 
-#include <algorithm>
 #include <cstring>
 #include <map>
 #include <random>
@@ -11,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "registry/lock_count.h"
 #include "registry/registry_host.h"
 #include "registry/slow_registry.h"
 #include "support/every_prefix.h"
@@ -44,11 +44,29 @@ std::string BinaryOf(std::string_view line) {
     return {block + sizeof size, size};
 }
 
-void ExpectAsModel(const std::string& text) {
+/// Reads the texts one after the other into one node.
+void ExpectAsModel(const std::vector<std::string>& texts) {
     CRegistryNode node;
     SlowRegistry model;
-    EXPECT_EQ(ReadText(node, text), model.Read(StreamOf(text).get())) << text;
-    EXPECT_EQ(Written(node), model.Text()) << text;
+    for (const std::string& text : texts) {
+        EXPECT_EQ(ReadText(node, text), model.Read(StreamOf(text).get())) << text;
+        EXPECT_EQ(Written(node), model.Text()) << testing::PrintToString(texts);
+    }
+}
+
+/// Reads a key into a node that gets another one of that name meanwhile.
+void ReadWhileAKeyComes(CRegistryNode& node) {
+    std::string text = "[k]\nv=s=read\n\n";
+    text.append(size_t{70} * 1024, '-');  // so that it is read in two steps
+    CRegistryNode other;
+    EXPECT_EQ(ReadText(other, "[k]\nv=s=other\n\n"), 1U);
+    FaultOf<&::fread> reads;
+    reads.PassThrough();
+    reads.Answer([&](void* to, size_t size, size_t count, FILE* from) {
+        delete[] node.Exchange(other.Exchange({})).entries;
+        return LibcFault::Real<&::fread>(to, size, count, from);
+    });
+    EXPECT_EQ(ReadText(node, text), 1U);
 }
 
 }  // namespace
@@ -273,7 +291,7 @@ TEST(ReadNode, AnEmptyKeyComesBack) {
 TEST(ReadNode, TakesEveryPrefixOfAFile) {
     const std::string text =
         "v=s=1\n[HKEY]\na=s=x\nb=b=0a ff \n[k]\ne=es=%A%\n\nd=d=-5\n[k]\nz=d=1\n\n\n\n";
-    EveryPrefix(text, [](std::string_view prefix) { ExpectAsModel(std::string{prefix}); });
+    EveryPrefix(text, [](std::string_view prefix) { ExpectAsModel({std::string{prefix}}); });
 }
 
 TEST(ReadNode, ReadsWhatTheModelReadsWhateverTheText) {
@@ -283,10 +301,12 @@ TEST(ReadNode, ReadsWhatTheModelReadsWhateverTheText) {
         "=s=\n",      "a=d=x\n", "]",    "=",    "[d]\n",    "d=s=9\n"};
     std::mt19937 random{11};
     for (int round = 0; round < 3000; ++round) {
-        std::string text;
-        const size_t pieces = random() % 60;
-        for (size_t i = 0; i < pieces; ++i) text += kPieces[random() % std::size(kPieces)];
-        ExpectAsModel(text);
+        std::vector<std::string> texts(2);
+        for (std::string& text : texts) {
+            const size_t pieces = random() % 60;
+            for (size_t i = 0; i < pieces; ++i) text += kPieces[random() % std::size(kPieces)];
+        }
+        ExpectAsModel(texts);
     }
 }
 
@@ -363,36 +383,34 @@ TEST(ReadNode, WithoutMemoryForTheTableOfAKeyThereIsNoTree) {
 }
 
 TEST(ReadNode, HoldsOneLockAtATimeWhenItReplacesAKeyThatCameMeanwhile) {
-    std::string text = "[k]\nv=s=read\n\n";
-    text.append(size_t{70} * 1024, '-');  // so that it is read in two steps
     CRegistryNode node;
-    CRegistryNode other;
-    EXPECT_EQ(ReadText(other, "[k]\nv=s=other\n\n"), 1U);
-    const UniqueFile file = StreamOf(text);
-    int held = 0;
-    int most = 0;
     {
-        FaultOf<&::fread> reads;
-        reads.PassThrough();
-        reads.Answer([&](void* to, size_t size, size_t count, FILE* from) {
-            delete[] node.Exchange(other.Exchange({})).entries;
-            return LibcFault::Real<&::fread>(to, size, count, from);
-        });
-        FaultOf<&::pthread_mutex_lock> locks;
-        locks.Always([&](pthread_mutex_t* mutex) {
-            most = std::max(most, ++held);
-            return LibcFault::Real<&::pthread_mutex_lock>(mutex);
-        });
-        FaultOf<&::pthread_mutex_unlock> unlocks;
-        unlocks.Always([&](pthread_mutex_t* mutex) {
-            --held;
-            return LibcFault::Real<&::pthread_mutex_unlock>(mutex);
-        });
+        const LockCount locks;
         TraceCapture trace{2};
-        EXPECT_EQ(CRegistry::ReadNode(&node, file.get()), 1U);
+        ReadWhileAKeyComes(node);
         EXPECT_EQ(trace.Lines(), Lines{"CRegistryNode::deleteNode \"v\""});
+        EXPECT_EQ(locks.Held(), 0);
+        EXPECT_EQ(locks.Most(), 1);
     }
-    EXPECT_EQ(held, 0);
-    EXPECT_EQ(most, 1);
     EXPECT_EQ(Written(node), "[k]\nv=s=read\n\n\n");
+}
+
+TEST(ReadNode, LeavesEntriesEmptyThatItHadNoUseFor) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    CRegistryNode node;
+    {
+        FaultOf<&::malloc> fault;
+        fault.Always([](size_t size) {
+            void* const memory = LibcFault::Real<&::malloc>(size);
+            return memory != nullptr ? memset(memory, 0xA5, size) : memory;
+        });
+        ReadWhileAKeyComes(node);
+    }
+    const CRegistryNode::Table table = node.Exchange({});
+    ASSERT_EQ(table.size, 1);
+    ASSERT_EQ(table.capacity, 2) << "room for the key that was replaced too";
+    EXPECT_EQ(table.entries[1].Name, nullptr);
+    EXPECT_EQ(table.entries[1].Value, 0U);
+    EXPECT_EQ(table.entries[1].Type, 0U);
+    EXPECT_EQ(node.Exchange(table).size, 0);
 }

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "registry/lock_count.h"
 #include "registry/registry_host.h"
 #include "support/at_page_end.h"
 #include "support/libc_fault.h"
@@ -79,6 +80,7 @@ std::vector<std::string> ValuesOf(CRegistry& registry, unsigned filter) {
             names.push_back(std::to_string(result));
             return names;
         }
+        EXPECT_EQ(length, strlen(name));
         names.emplace_back(name);
     }
 }
@@ -132,9 +134,14 @@ TEST(Registry, TakesAHiveByReferenceForTheFirstHandleToo) {
 
 TEST(Registry, ACopyStandsOnTheSameKeyWithItsOwnPath) {
     WithTree([] {
+        (void)unsetenv("LWD_QX_HOME");
         Software registry;
-        const CRegistry copy{registry};
+        registry.ExpandStrings(false);
+        TraceCapture trace{2};
+        CRegistry copy{registry};
+        EXPECT_THAT(trace.Lines(), ElementsAre("CRegistry::InitClass"));
         EXPECT_EQ(copy.Key(), registry.Key());
+        EXPECT_STREQ(copy.GetValue("Home", nullptr), "/bin") << "expanded, as in a new handle";
         EXPECT_STREQ(copy.KeyPath(), "HKEY_LOCAL_MACHINE/SOFTWARE");
         EXPECT_NE(copy.KeyPath(), registry.KeyPath());
         CRegistry assigned;
@@ -203,6 +210,43 @@ TEST(Registry, AHandleOnACleanTreeMakesNoSystemCallThatWrites) {
         EXPECT_EQ(renames.Calls(), 0);
     });
     EXPECT_THAT(host.List(kFolder), ElementsAre("registry"));
+}
+
+TEST(Registry, HoldsTheLockOfOneKeyAtATime) {
+    struct Case {
+        const char* what;
+        int locks;
+        void (*body)(CRegistry& software);
+    };
+    const Case cases[] = {
+        {"Open", 1,
+         [](CRegistry& software) {
+             EXPECT_EQ(software.Open("HKEY_LOCAL_MACHINE\\SOFTWARE\\B\\C", nullptr, 0), 0);
+         }},
+        {"CreateKey", 1,
+         [](CRegistry& software) { EXPECT_EQ(software.CreateKey(nullptr, "B\\C\\D\\E"), 0); }},
+        {"WriteNode", 1, [](CRegistry& software) { EXPECT_NE(ContentOf(software), "\n"); }},
+        {"SaveTree", 2,  // with that of the files
+         [](CRegistry& software) {
+             EXPECT_EQ(software.DeleteValue("X"), 0);
+             CRegistry::SaveTree();
+         }},
+        {"SetValue", 1, [](CRegistry& software) { EXPECT_EQ(software.SetValue("B", 5), 0); }},
+        {"DeleteKey", 1, [](CRegistry& software) { EXPECT_EQ(software.DeleteKey("B"), 0); }},
+        {"DeleteValue", 1, [](CRegistry& software) { EXPECT_EQ(software.DeleteValue("B"), 0); }},
+        {"DeleteNode", 1, [](CRegistry& software) { CRegistry::DeleteNode(software.Key()); }}};
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        WithTree([&each] {
+            Software software;
+            CRegistry below;
+            EXPECT_EQ(below.CreateKey(software.Key(), "B\\C"), 0);
+            const LockCount locks;
+            each.body(software);
+            EXPECT_EQ(locks.Held(), 0);
+            EXPECT_EQ(locks.Most(), each.locks);
+        });
+    }
 }
 
 TEST(Registry, TenThousandHandlesOpenedAndClosed) {
@@ -369,11 +413,36 @@ TEST(CreateKey, IsAChangeThatIsSaved) {
     EXPECT_NE(host.Read(kRegistry).find("[Fresh]"), std::string::npos);
 }
 
+TEST(CreateKey, MakesKeysWithoutANameButForOneAtTheEnd) {
+    const std::pair<const char*, const char*> cases[] = {{"k\\\\m", "[k]\n[]\n[m]\n\n\n\n\n"},
+                                                         {"k//m", "[k]\n[]\n[m]\n\n\n\n\n"},
+                                                         {"\\k", "[]\n[k]\n\n\n\n"},
+                                                         {"/k", "[]\n[k]\n\n\n\n"},
+                                                         {"k\\", "[k]\n\n\n"},
+                                                         {"", "\n"}};
+    for (const auto& [path, content] : cases) {
+        SCOPED_TRACE(path);
+        WithTree([path = path, content = content] {
+            Software software;
+            CRegistry registry{"A", software.Key(), 0};
+            EXPECT_EQ(registry.CreateKey(nullptr, path), 0);
+            EXPECT_EQ(Written(*software.Key()->FindChild("A")), content);
+            CRegistry opened{"A", software.Key(), 0};
+            EXPECT_EQ(opened.Open(path, opened.Key(), 0), 0);
+            EXPECT_EQ(opened.Key(), registry.Key());
+        });
+    }
+}
+
 TEST(CreateKey, UnderTheNameOfAValueFailsAndKeepsIt) {
     WithTree([] {
         Software registry;
         const HKEY software = registry.Key();
-        EXPECT_EQ(registry.CreateKey(nullptr, "Path"), -1);
+        const std::string before = ContentOf(registry);
+        for (const char* name : {"Path", "Home", "Blob", "Empty", "Count"}) {
+            EXPECT_EQ(registry.CreateKey(nullptr, name), -1) << name;
+        }
+        EXPECT_EQ(ContentOf(registry), before);
         EXPECT_EQ(registry.CreateKey(nullptr, "New\\x"), 0);
         EXPECT_EQ(registry.CreateKey(software, "Path\\x"), -1);
         EXPECT_EQ(registry.CreateKey(software, "New2\\y\\"), 0);
@@ -467,6 +536,17 @@ TEST(OpenPointer, ExpandsAValueOfTypeTwo) {
         EXPECT_EQ(registry.Key(), software.Key()->FindChild("B"));
         registry.ExpandStrings(false);
         EXPECT_EQ(registry.OpenPointer("", "Link", software.Key(), 0), -1);
+    });
+}
+
+TEST(OpenPointer, AllInFrontOfABackslashIsTheHiveAndGetsCapitals) {
+    WithTree([] {
+        Software software;
+        EXPECT_EQ(software.SetValue("Link", "hkey_local_machine/software\\B"), 0);
+        CRegistry registry;
+        EXPECT_EQ(registry.OpenPointer("", "Link", software.Key(), 0), 0);
+        EXPECT_STREQ(registry.KeyPath(), "HKEY_LOCAL_MACHINE/SOFTWARE/B");
+        EXPECT_EQ(registry.Key(), software.Key()->FindChild("B"));
     });
 }
 
@@ -831,6 +911,9 @@ TEST(GetValue, ANumberIsWhateverHasFourBytes) {
         EXPECT_EQ(static_cast<int>(number), -42);
         EXPECT_EQ(registry.GetValue(&number, "Short", nullptr), 0);  // "abc" and its NUL
         EXPECT_EQ(memcmp(&number, "abc", 4), 0);
+        EXPECT_TRUE(registry.SetValue("Four", "\1\0\xFE\3", 4, kRegistryBinary, nullptr));
+        EXPECT_EQ(registry.GetValue(&number, "Four", nullptr), 0);
+        EXPECT_EQ(memcmp(&number, "\1\0\xFE\3", 4), 0);
         EXPECT_TRUE(registry.SetValue("Unset", "%u%", 3, kRegistryExpandString, nullptr));
         EXPECT_EQ(registry.GetValue(&number, "Unset", nullptr), 0);  // its size counts, not what
         EXPECT_EQ(memcmp(&number, "%u%", 4), 0);                     // it would be expanded to
@@ -1088,7 +1171,12 @@ TEST(SetValue, TracesItsArgumentsAndTheOldValue) {
         EXPECT_THAT(trace.Lines()[1], StartsWith("CRegistry::SetValue oEntry = 0x"));
         trace.Clear();
         EXPECT_EQ(registry.SetValue("New", 5), 0);
-        EXPECT_THAT(trace.Lines(), ElementsAre("CRegistry::SetValue \"New\" 4 4"));
+        EXPECT_EQ(registry.SetValue("New", 0), 0);  // a former number is shown as a pointer
+        EXPECT_EQ(registry.SetValue("New", 6), 0);  // 0 is none
+        EXPECT_THAT(
+            trace.Lines(),
+            ElementsAre("CRegistry::SetValue \"New\" 4 4", "CRegistry::SetValue \"New\" 4 4",
+                        "CRegistry::SetValue oEntry = 0x5", "CRegistry::SetValue \"New\" 4 4"));
     });
 }
 

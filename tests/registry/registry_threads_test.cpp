@@ -1,6 +1,5 @@
 // Many handles on one tree at a time.
 
-#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <memory>
@@ -39,6 +38,49 @@ void Enumerate(CRegistry& registry) {
             registry.EnumValue(name, &length, index, kRegistryAllValues, data, &size);
         if (result != 0 && result != ERANGE) break;
     }
+}
+
+/// Another thread, which stops inside a call, and this one, which may have to wait for it.
+class StoppedThread {
+  public:
+    /// For the call.
+    void Stop() {
+        m_Stopped.release();
+        m_GoesOn.acquire();
+    }
+
+    /// Runs `other` on a thread of its own and, when that has stopped, `own` on this one. The other
+    /// goes on once this one asks for a lock that is held, or is through. The result is whether it
+    /// asked.
+    bool KeepsWaiting(const std::function<void()>& other, const std::function<void()>& own) {
+        std::thread thread{other};
+        m_Stopped.acquire();
+        const auto me = std::this_thread::get_id();
+        bool waits = false;
+        FaultOf<&::pthread_mutex_lock> locks;
+        locks.Always([&](pthread_mutex_t* mutex) {
+            if (std::this_thread::get_id() == me && !waits) {
+                const int result = pthread_mutex_trylock(mutex);
+                if (result != EBUSY) return result;
+                waits = true;
+                m_GoesOn.release();
+            }
+            return LibcFault::Real<&::pthread_mutex_lock>(mutex);
+        });
+        own();
+        if (!waits) m_GoesOn.release();
+        thread.join();
+        return waits;
+    }
+
+  private:
+    std::binary_semaphore m_Stopped{0};
+    std::binary_semaphore m_GoesOn{0};
+};
+
+/// A file that is read in two steps, with all of `tree` in the first one.
+std::string InTwoSteps(const std::string& tree) {
+    return tree.substr(0, tree.size() - 1) + std::string(size_t{70} * 1024, '-') + "\n";
 }
 
 /// The value "Name" in the file.
@@ -135,35 +177,83 @@ TEST(RegistryThreads, AHandleWhoseChangeAnotherOneSavesGoesWhenThatIsInPlace) {
     host.Run([] {
         auto own = std::make_unique<CRegistry>("HKEY_LOCAL_MACHINE", nullptr, 0U);
         EXPECT_EQ(own->SetValue("Name", "own"), 0);
-        std::binary_semaphore saves{0};
-        std::binary_semaphore goesOn{0};
-        std::atomic<bool> isTold{false};
-        const auto tell = [&] {
-            if (!isTold.exchange(true)) goesOn.release();
-        };
-        const auto me = std::this_thread::get_id();
+        StoppedThread saver;
         FaultOf<&::rename> renames;
         renames.Answer([&](const char* from, const char* to) {
-            saves.release();
-            goesOn.acquire();
+            saver.Stop();
             return LibcFault::Real<&::rename>(from, to);
         });
-        std::thread other{[] {
+        const auto save = [] {
             CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
             EXPECT_EQ(registry.SetValue("other", 1), 0);
-        }};
-        saves.acquire();
-        {
-            FaultOf<&::pthread_mutex_lock> locks;
-            locks.Always([&](pthread_mutex_t* mutex) {
-                if (std::this_thread::get_id() == me) tell();  // it waits for the save
-                return LibcFault::Real<&::pthread_mutex_lock>(mutex);
-            });
+        };
+        EXPECT_TRUE(saver.KeepsWaiting(save, [&] {
             own.reset();
             EXPECT_EQ(SavedName(), "own");
-            tell();
-            other.join();
-        }
+        }));
+    });
+}
+
+TEST(RegistryThreads, AHandleMadeDuringASecondSetUpWaitsAndFindsItsHive) {
+    RegistryHost host{InTwoSteps(TreeWith("x"))};
+    host.Run([] {
+        const CRegistry first;
+        StoppedThread reader;
+        FaultOf<&::fread> reads;
+        reads.PassThrough();
+        reads.Answer([&](void* to, size_t size, size_t count, FILE* from) {
+            EXPECT_EQ(CRegistry::MHives[kHiveLocalMachine], nullptr) << "its key is replaced";
+            reader.Stop();
+            return LibcFault::Real<&::fread>(to, size, count, from);
+        });
+        EXPECT_TRUE(reader.KeepsWaiting([] { CRegistry::SetupTree(true); },
+                                        [] {
+                                            CRegistry machine{CRegistry::MHives[kHiveLocalMachine]};
+                                            std::string name;
+                                            EXPECT_EQ(machine.GetValue(name, "Name", nullptr), 0);
+                                            EXPECT_EQ(name, "x");
+                                        }));
+    });
+}
+
+TEST(RegistryThreads, ASaveWaitsForASecondSetUpAndWritesAllThatItRead) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([&host] {
+        auto own = std::make_unique<CRegistry>("HKEY_LOCAL_MACHINE", nullptr, 0U);
+        EXPECT_EQ(own->SetValue("Name", "own"), 0);
+        host.File(kRegistry, InTwoSteps("[HKEY_USERS]\nu=d=1\n\n" + TreeWith("read")));
+        StoppedThread reader;
+        FaultOf<&::fread> reads;
+        reads.PassThrough();
+        reads.Answer([&](void* to, size_t size, size_t count, FILE* from) {
+            reader.Stop();
+            return LibcFault::Real<&::fread>(to, size, count, from);
+        });
+        EXPECT_TRUE(reader.KeepsWaiting([] { CRegistry::SetupTree(true); }, [&] { own.reset(); }));
+    });
+    EXPECT_EQ(host.Read(kRegistry),
+              "[HKEY_LOCAL_MACHINE]\nName=s=read\n\n[HKEY_USERS]\nu=d=1\n\n\n");
+}
+
+TEST(RegistryThreads, ASecondSetUpWaitsForASaveAndReadsAllThatItWrote) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        const CRegistry first;
+        StoppedThread saver;
+        FaultOf<&::rename> renames;
+        renames.PassThrough();  // the file has become the backup
+        renames.Answer([&](const char* from, const char* to) {
+            saver.Stop();
+            return LibcFault::Real<&::rename>(from, to);
+        });
+        const auto save = [] {
+            CRegistry registry{"HKEY_LOCAL_MACHINE", nullptr, 0};
+            EXPECT_EQ(registry.SetValue("Name", "saved"), 0);
+        };
+        EXPECT_TRUE(saver.KeepsWaiting(save, [] {
+            CRegistry::SetupTree(true);
+            EXPECT_EQ(NameInTree(), "saved");
+        }));
     });
 }
 
@@ -204,6 +294,10 @@ TEST(RegistryThreads, AHiveMayGoWhileHandlesAreMade) {
                 ASSERT_EQ(registry.Open("", nullptr, 0), 0);
                 if (id != 0) {
                     (void)registry.Open("HKEY_LOCAL_MACHINE\\X", nullptr, 0);
+                    const CRegistry hive{CRegistry::MHives[kHiveLocalMachine]};
+                    const CRegistry below{"X", CRegistry::MHives[kHiveLocalMachine], 0};
+                    std::string value;
+                    EXPECT_FALSE(registry.GetUuidValue(value, "Uuid"));
                 } else if (i % 2 == 0) {
                     (void)registry.DeleteKey("HKEY_LOCAL_MACHINE");
                 } else {
@@ -212,5 +306,24 @@ TEST(RegistryThreads, AHiveMayGoWhileHandlesAreMade) {
             }
         });
         EXPECT_EQ(WrittenTree(), "[HKEY_LOCAL_MACHINE]\n[X]\n\n\n\n");
+    });
+}
+
+TEST(RegistryThreads, HandlesAreMadeWhileTheTreeIsSetUpAgain) {
+    RegistryHost host{TreeWith("x")};
+    host.Run([] {
+        OnThreads([](int id) {
+            for (int i = 0; i < 50; ++i) {
+                if (id == 0) {
+                    CRegistry::SetupTree(true);
+                } else {
+                    CRegistry hive{CRegistry::MHives[kHiveLocalMachine]};
+                    (void)hive.GetValue("Name", nullptr);
+                }
+            }
+        });
+        EXPECT_EQ(NameInTree(), "x");
+        CRegistry machine{"HKEY_LOCAL_MACHINE", nullptr, 0};
+        EXPECT_EQ(CRegistry::MHives[kHiveLocalMachine], machine.Key());
     });
 }

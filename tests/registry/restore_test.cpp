@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -195,20 +196,20 @@ TEST(SetupTree, ThatIsForcedAndFailsKeepsTheTree) {
 
 TEST(SetupTree, SetsTheHivesThatTheFileHas) {
     RegistryHost host{
-        "[HKEY_LOCAL_MACHINE]\na=d=1\n\n[HKEY_USERS]\n\n[HKEY_CURRENT_CONFIG]\n\n"
+        "[HKEY_LOCAL_MACHINE]\na=d=1\n\n[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n"
         "[HKEY_CURRENT_USER]\n\n[OTHER]\n\n\n"};
     host.Run([] {
-        const CRegistry registry;
         CRegistry root;
         EXPECT_EQ(root.Open("", nullptr, 0), 0);
-        EXPECT_EQ(CRegistry::MHives[kHiveLocalMachine],
-                  root.Key()->FindChild("HKEY_LOCAL_MACHINE"));
-        EXPECT_EQ(CRegistry::MHives[kHiveCurrentUser], root.Key()->FindChild("HKEY_CURRENT_USER"));
-        EXPECT_EQ(CRegistry::MHives[kHiveUsers], root.Key()->FindChild("HKEY_USERS"));
-        EXPECT_EQ(CRegistry::MHives[kHiveClassesRoot], nullptr);
-        EXPECT_EQ(CRegistry::MHives[kHiveCurrentConfig],
-                  root.Key()->FindChild("HKEY_CURRENT_CONFIG"));
-        for (const int hive : {0, 1, 2, 4}) EXPECT_NE(CRegistry::MHives[hive], nullptr) << hive;
+        const std::pair<int, const char*> there[] = {{kHiveLocalMachine, "HKEY_LOCAL_MACHINE"},
+                                                     {kHiveCurrentUser, "HKEY_CURRENT_USER"},
+                                                     {kHiveClassesRoot, "HKEY_CLASSES_ROOT"},
+                                                     {kHiveCurrentConfig, "HKEY_CURRENT_CONFIG"}};
+        for (const auto& [hive, name] : there) {
+            EXPECT_NE(CRegistry::MHives[hive], nullptr) << name;
+            EXPECT_EQ(CRegistry::MHives[hive], root.Key()->FindChild(name)) << name;
+        }
+        EXPECT_EQ(CRegistry::MHives[kHiveUsers], nullptr);
     });
 }
 
