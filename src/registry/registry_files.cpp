@@ -38,7 +38,7 @@ constexpr const char* kHiveNames[kRegistryHives] = {"HKEY_LOCAL_MACHINE", "HKEY_
 /// A change of which `MIsDirty` does not tell any more may not be in its place yet.
 std::atomic<bool> g_IsSaving{false};
 
-/// Hives of a tree that is there may be missing for as long.
+/// A tree that is there is read again: hives may be missing meanwhile.
 std::atomic<bool> g_IsSettingUp{false};
 
 /// Keeps a flag set while it lives.
