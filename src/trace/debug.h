@@ -153,8 +153,8 @@ class ZORN_API CDebug : public CDebugTraceConfig {
     [[nodiscard]] bool InitRingBuffer(const char* path, size_t len) REQUIRES(m_Lock);
 
   protected:
-    /// The prefix of a line into `buffer`, which takes `kPrefixSize` bytes and a NUL; its length. The
-    /// first `kept` bytes, at most 16, stay as they are.
+    /// The prefix of a line into `buffer`, which takes `kPrefixSize` bytes and a NUL; its length, 0 if
+    /// the name is too long for any. The first `kept` bytes, at most 16, stay as they are.
     size_t FormatPrefix(char* buffer, const char* name, size_t kept = 0) REQUIRES(m_Lock);
 
     void WriteToLogFile(const char* fmt, va_list args, const char* name)

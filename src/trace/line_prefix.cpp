@@ -27,23 +27,31 @@ namespace {
 constexpr size_t kStampSize = 32;
 constexpr size_t kMemoryColumns = 8;
 
-/// Forks of this process and its ancestors since the first prefix, plus one; 0 before that.
+/// Forks of this process and its ancestors since the first prefix, plus one; 0 before that, and where
+/// they cannot be counted.
 std::atomic<unsigned> g_ForkCount{0};
 
 void CountFork() {
     g_ForkCount.fetch_add(1, std::memory_order_relaxed);
 }
 
-unsigned BeginToCountForks() {
-    // Without the handler nothing may be kept: every call is another process.
+void BeginToCountForks() {
+    if (pthread_atfork(nullptr, nullptr, CountFork) == 0) CountFork();
+}
+
+/// The same count at the first prefix of several threads at once. Where forks cannot be counted nothing
+/// may be kept: every call is another process.
+unsigned FirstForkCount() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
     static std::atomic<unsigned> calls{0};
-    if (calls == 0 && pthread_atfork(nullptr, nullptr, CountFork) == 0) CountFork();
-    return ++calls;
+    (void)pthread_once(&once, BeginToCountForks);
+    const unsigned count = g_ForkCount.load(std::memory_order_relaxed);
+    return count != 0 ? count : ++calls;
 }
 
 unsigned ForkCount() {
     const unsigned count = g_ForkCount.load(std::memory_order_relaxed);
-    return count != 0 ? count : BeginToCountForks();
+    return count != 0 ? count : FirstForkCount();
 }
 
 /// Gives the length of the date, or 0 if it cannot be told.
@@ -85,10 +93,11 @@ size_t LinePrefix::Format(char* buffer, const char* name, bool withMemory, size_
         RenewAfterFork();
         m_ForkCount = forks;
     }
+    const bool serves = Serves(now, name, withMemory);
+    if (withMemory && !serves && m_Statm < 0) OpenStatm();
     const uint64_t resident = withMemory ? ResidentKiB() : 0;
-    if (!Serves(now, name, withMemory) || resident > kLargestInColumn) {
-        Build(now, name, resident, withMemory);
-    }
+    if (!serves || resident > kLargestInColumn) Build(now, name, resident, withMemory);
+    if (m_Length == 0) return 0;
     memcpy(buffer + kept, m_Text + kept, m_Length - kept);
     if (m_MillisecondsAt != 0) {
         const auto milliseconds = static_cast<unsigned>(now.tv_usec / 1000);
@@ -103,9 +112,12 @@ size_t LinePrefix::Format(char* buffer, const char* name, bool withMemory, size_
 void LinePrefix::RenewAfterFork() {
     m_Pid = getpid();
     m_IsPattern = false;
+    if (m_Statm >= 0) close(std::exchange(m_Statm, -1));
+}
+
+void LinePrefix::OpenStatm() {
     char path[sizeof "/proc//statm" + 11];
     snprintf(path, sizeof path, "/proc/%d/statm", m_Pid);
-    if (m_Statm >= 0) close(std::exchange(m_Statm, -1));
     m_Statm = open(path, O_RDONLY | O_CLOEXEC);
 }
 
@@ -124,8 +136,7 @@ void LinePrefix::Build(const timeval& now, const char* name, uint64_t resident, 
     } else {
         length = snprintf(m_Text, sizeof m_Text, "%s [%010d] %-13s ", stamp, m_Pid, name);
     }
-    m_Length = static_cast<size_t>(
-        std::clamp(length, static_cast<int>(kSteadySize), static_cast<int>(kPrefixSize)));
+    m_Length = static_cast<size_t>(std::clamp(length, 0, static_cast<int>(kPrefixSize)));
     m_MillisecondsAt = dateLength != 0 ? dateLength + 1 : 0;
     m_IsPattern = resident <= kLargestInColumn;
     m_MemoryAt = withMemory && m_IsPattern ? strlen(stamp) + sizeof " [0000000000] " - 1 : 0;

@@ -24,8 +24,9 @@ class LinePrefix {
     LinePrefix& operator=(const LinePrefix&) = delete;
 
     /// Writes the prefix of a line of now into `buffer`, which takes `kPrefixSize` bytes and a NUL;
-    /// gives its length. With `withMemory` it shows what the kernel counts as resident, in KiB. The
-    /// first `kept` bytes of the buffer, at most `kSteadySize`, stay as they are.
+    /// gives its length, or 0, and the buffer is as it was, if `name` is too long to be formatted
+    /// (2 GiB). With `withMemory` it shows what the kernel counts as resident, in KiB. The first
+    /// `kept` bytes of the buffer, at most `kSteadySize`, stay as they are.
     size_t Format(char* buffer, const char* name, bool withMemory, size_t kept = 0);
 
     /// The first `kSteadySize` bytes of the prefix last made: date, hour and minute.
@@ -46,9 +47,12 @@ class LinePrefix {
 
     unsigned m_ForkCount = 0;  ///< forks up to which `m_Pid` and `m_Statm` are this process's
     pid_t m_Pid = 0;
-    int m_Statm = -1;  ///< /proc/PID/statm, kept open; -1 if it could not be opened
+    /// /proc/PID/statm, opened by the first line with the figure and kept; -1 before that, and if it
+    /// could not be opened: then each prefix that is made tries again.
+    int m_Statm = -1;
 
     void RenewAfterFork();
+    void OpenStatm();
     void Build(const timeval& now, const char* name, uint64_t resident, bool withMemory);
     [[nodiscard]] bool Serves(const timeval& now, const char* name, bool withMemory) const;
     [[nodiscard]] uint64_t ResidentKiB() const;

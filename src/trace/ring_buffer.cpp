@@ -224,9 +224,13 @@ void CDebug::WriteToRing(const char* fmt, va_list args, const char* name) {
 
 /// Most lines are made where they are to stand: behind the end mark, which stays until they are whole.
 void CDebug::FormatToRing(const char* fmt, va_list args, const char* name) {
-    const bool isInPlace = FitsRing(kPrefixSize + kTextSize + 1);
-    char* const line = isInPlace ? m_RingBase + m_RingPos : m_InternalDebugBuffer;
+    bool isInPlace = FitsRing(kPrefixSize + kTextSize + 1);
+    char* line = isInPlace ? m_RingBase + m_RingPos : m_InternalDebugBuffer;
     const size_t prefixLength = FormatPrefix(line, name, isInPlace ? kEndMarkSize : 0);
+    if (prefixLength == 0) {  // the text begins where the mark stands
+        isInPlace = false;
+        line = m_InternalDebugBuffer;
+    }
     va_list again;
     va_copy(again, args);
     const int textLength = FormatText(line + prefixLength, kTextSize + 1, fmt, args);
@@ -245,8 +249,9 @@ void CDebug::FormatToRing(const char* fmt, va_list args, const char* name) {
 void CDebug::AppendLongToRing(const char* begin, size_t prefixLength, size_t length,
                               const char* fmt, va_list args) {
     char* line = m_InternalDebugBuffer;
-    memcpy(line, m_Prefix.Head(), kEndMarkSize);
-    memmove(line + kEndMarkSize, begin + kEndMarkSize, prefixLength - kEndMarkSize);
+    const size_t steady = std::min(prefixLength, kSteadySize);
+    memcpy(line, m_Prefix.Head(), steady);
+    memmove(line + steady, begin + steady, prefixLength - steady);
     std::unique_ptr<char, Free> longLine;
     const bool isTooLong = length - prefixLength > m_RingSize / 10;
     if (!isTooLong) longLine.reset(static_cast<char*>(malloc(length + 2)));
