@@ -351,13 +351,14 @@ struct WaitEnd {
 };
 
 /// REQUIRES: the calling thread holds `hold`, the lock of `object`, unless it could not be had.
-WaitEnd WaitForSignal(CEventObject& object, const ObjectLock& hold, unsigned timeoutMs,
-                      bool verbose) {
+/// Counts the thread in `counted` if the event was not signalled.
+WaitEnd WaitForSignal(CEventObject& object, const ObjectLock& hold,
+                      std::optional<WaiterCount>& counted, unsigned timeoutMs, bool verbose) {
     if (object.IsSignaled.load(kRelaxed)) {
         TakeSignal(object);
         return {kWaitSignalled, true, 0, 0};
     }
-    const WaiterCount counted{object};
+    counted.emplace(object);
     if (hold.Error() != 0) return {kWaitFailed, false, hold.Error(), -1};
     const int error = timeoutMs == kWaitForever ? WaitWithoutLimit(object)
                                                 : WaitWithLimit(object, timeoutMs, verbose);
@@ -504,7 +505,8 @@ int CEvent::Wait(unsigned timeoutMs, bool verbose) {
     std::optional<Snapshot> shown;
     {
         const ObjectLock hold{*object};
-        end = WaitForSignal(*object, hold, timeoutMs, verbose);
+        std::optional<WaiterCount> counted;  // keeps the object without the lock too
+        end = WaitForSignal(*object, hold, counted, timeoutMs, verbose);
         if (verbose && Debug.IsEnabled()) shown.emplace(*object);
     }
     if (shown) TraceWaitEnd(*shown, end);
