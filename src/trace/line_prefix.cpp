@@ -138,7 +138,7 @@ void LinePrefix::Build(const timeval& now, const char* name, uint64_t resident, 
     }
     m_Length = static_cast<size_t>(std::clamp(length, 0, static_cast<int>(kPrefixSize)));
     m_MillisecondsAt = dateLength != 0 ? dateLength + 1 : 0;
-    m_IsPattern = resident <= kLargestInColumn;
+    m_IsPattern = m_Length > 0 && resident <= kLargestInColumn;
     m_MemoryAt = withMemory && m_IsPattern ? strlen(stamp) + sizeof " [0000000000] " - 1 : 0;
     m_Second = now.tv_sec;
     m_WithMemory = withMemory;
