@@ -255,6 +255,26 @@ TEST(EventLockFailure, WaitForASignalFailsAndCountsNobody) {
     }
 }
 
+// The last handle does not delete the event as long as a thread counts.
+TEST(EventLockFailure, WaitCountsUntilItHasCopiedWhatItsLineShows) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    const std::string name(300, 'n');
+    CEvent event{false, true, name.c_str()};
+    const TraceCapture trace{5};
+    {
+        EventMutexFault<&::pthread_mutex_lock> lock{ObjectOf(name.c_str())};
+        FaultOf<&::malloc> memory;
+        lock.Fail(EINVAL);
+        memory.Answer([&event](size_t size) {  // of the copy of the name
+            EXPECT_FALSE(event.Create(false, true)) << "nobody waits";
+            return LibcFault::Real<&::malloc>(size);
+        });
+        EXPECT_EQ(event.Wait(0, true), -1);
+    }
+    EXPECT_EQ(EventLines(trace).back(), "FAILURE(22,-1) on event A <" + name + "> (IsSignaled=0)");
+    EXPECT_TRUE(event.Create(false, true));
+}
+
 TEST(EventLockFailure, TheDestructorGoesOnWithoutTheMutex) {
     auto event = std::make_unique<CEvent>(false, true, "lock");
     const TraceCapture trace{5};

@@ -1,9 +1,11 @@
 #include "platform/event.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include <gmock/gmock.h>
@@ -60,6 +62,20 @@ size_t TableSize() {
 }  // namespace
 
 // Construction
+
+TEST(EventConstruction, HasItsFieldsAtTheOffsetsThatModulesKnow) {
+    static_assert(std::is_standard_layout_v<CEvent>);
+    static_assert(sizeof(CEvent) == 16);
+    CEvent event{false, true, "layout"};
+    const auto field = [&event]<typename T>(size_t offset, T value) {
+        memcpy(&value, reinterpret_cast<const char*>(&event) + offset, sizeof value);
+        return value;
+    };
+    EXPECT_EQ(field(0, uint64_t{0}), g_EventTable.Find("layout")->Value);
+    EXPECT_EQ(field(8, uint8_t{9}), 0);
+    EXPECT_TRUE(event.Close());
+    EXPECT_EQ(field(8, uint8_t{9}), 1);
+}
 
 TEST(EventConstruction, TracesTheEventAndItsEndAtLevel5) {
     const auto body = [] { const CEvent event{false, true, nullptr}; };

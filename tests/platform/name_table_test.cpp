@@ -25,6 +25,11 @@ namespace {
 /// A table as its heirs see it.
 class OpenTable : public CNameTable {
   public:
+    using CNameTable::m_Capacity;
+    using CNameTable::m_Entries;
+    using CNameTable::m_Lock;
+    using CNameTable::m_Size;
+
     int32_t Capacity() {
         const RecursiveLockGuard hold{m_Lock};
         return m_Capacity;
@@ -62,6 +67,21 @@ TEST(NameTable, BeginsEmptyAndWithoutAnArray) {
     EXPECT_EQ(table.Find("a"), nullptr);
     EXPECT_FALSE(table.Remove("a"));
     EXPECT_THAT(Names(table), IsEmpty());
+}
+
+TEST(NameTable, HasItsFieldsAtTheOffsetsThatModulesKnow) {
+    static_assert(std::is_standard_layout_v<OpenTable>);
+    static_assert(std::is_standard_layout_v<NameTableEntry>);
+    static_assert(sizeof(CNameTable) == 72 && sizeof(NameTableEntry) == 24);
+    const struct {
+        size_t offset, expected;
+    } cases[] = {
+        {offsetof(OpenTable, m_Lock), 0},      {offsetof(OpenTable, m_Entries), 56},
+        {offsetof(OpenTable, m_Capacity), 64}, {offsetof(OpenTable, m_Size), 68},
+        {offsetof(NameTableEntry, Name), 0},   {offsetof(NameTableEntry, Value), 8},
+        {offsetof(NameTableEntry, Type), 16},
+    };
+    for (const auto& [offset, expected] : cases) EXPECT_EQ(offset, expected);
 }
 
 TEST(NameTable, CannotBeCopied) {

@@ -7,8 +7,11 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <cstring>
+#include <map>
 #include <memory>
 #include <new>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -121,7 +124,27 @@ TEST_F(DebugTest, HasItsVirtualOperationsAtTheSlotsThatModulesCall) {
     });
 }
 
-// Modules were built with this layout.
+// clang-format off
+
+/// The fields: name, offset in the object, size. Modules were built with this layout.
+#define FIELDS(X) \
+    X(m_TraceLevel, 8, 4) X(m_TraceLevelSaved, 12, 4) X(m_FileDebugLevel, 16, 4) \
+    X(m_TraceFlags, 20, 4) X(m_Enabled, 24, 1) X(m_ProgramName, 32, 8) X(m_GlobalIni, 40, 72) \
+    X(m_ProgramIni, 112, 72) X(m_DynamicUpdate, 184, 4) X(m_LastUpdateCheck, 192, 8) \
+    X(m_Lock, 200, 56) X(m_Pid, 256, 4) X(m_Argc, 260, 4) X(m_Argv, 264, 8) \
+    X(m_StartTime, 272, 44) X(m_TraceTarget, 316, 4) X(m_InitDone, 320, 1) X(m_RingFd, 324, 4) \
+    X(m_RingFactor, 328, 4) X(m_RingWeight, 332, 4) X(m_RingSize, 336, 8) X(m_RingPos, 344, 8) \
+    X(m_RingStart, 352, 8) X(m_InternalDebugBuffer, 360, 1312) X(m_RingBase, 1672, 8) \
+    X(m_RingWrapCount, 1680, 4) X(m_RingPath, 1684, 256) X(m_RingStartupPath, 1940, 256) \
+    X(m_NoHeader, 2196, 4) X(m_IniRingFactor, 2200, 4) X(m_IniRingWeight, 2204, 4) \
+    X(m_IniRingDirectory, 2208, 256) X(m_IniNoHeader, 2464, 4) X(m_IniDynamicUpdate, 2468, 4) \
+    X(m_MemoryTraces, 2472, 4) X(m_LogDirectory, 2476, 256) X(m_EndMarkLength, 2736, 8) \
+    X(m_EndMark, 2744, 64) X(m_LogPath, 2808, 256) X(m_LogFile, 3064, 8) \
+    X(m_LogInitEndOffset, 3072, 8) X(m_LogMaxSize, 3080, 4) X(m_LogInitEndCount, 3084, 4) \
+    X(m_LogByteCount, 3088, 4) X(m_LogCycle, 3092, 4)
+
+// clang-format on
+
 TEST_F(DebugTest, HasItsFieldsAtTheOffsetsThatModulesKnow) {
     static_assert(std::is_standard_layout_v<TraceIniFile>);
     static_assert(sizeof(TraceIniFile) == 72);
@@ -138,52 +161,8 @@ TEST_F(DebugTest, HasItsFieldsAtTheOffsetsThatModulesKnow) {
         EXPECT_EQ(reinterpret_cast<const char*>(&field) - begin, offset) << name;
         EXPECT_EQ(sizeof field, size) << name;
     };
-#define EXPECT_FIELD(field, offset, size) expect(#field, debug.field, offset, size)
-    EXPECT_FIELD(m_TraceLevel, 8, 4);
-    EXPECT_FIELD(m_TraceLevelSaved, 12, 4);
-    EXPECT_FIELD(m_FileDebugLevel, 16, 4);
-    EXPECT_FIELD(m_TraceFlags, 20, 4);
-    EXPECT_FIELD(m_Enabled, 24, 1);
-    EXPECT_FIELD(m_ProgramName, 32, 8);
-    EXPECT_FIELD(m_GlobalIni, 40, 72);
-    EXPECT_FIELD(m_ProgramIni, 112, 72);
-    EXPECT_FIELD(m_DynamicUpdate, 184, 4);
-    EXPECT_FIELD(m_LastUpdateCheck, 192, 8);
-    EXPECT_FIELD(m_Lock, 200, 56);
-    EXPECT_FIELD(m_Pid, 256, 4);
-    EXPECT_FIELD(m_Argc, 260, 4);
-    EXPECT_FIELD(m_Argv, 264, 8);
-    EXPECT_FIELD(m_StartTime, 272, 44);
-    EXPECT_FIELD(m_TraceTarget, 316, 4);
-    EXPECT_FIELD(m_InitDone, 320, 1);
-    EXPECT_FIELD(m_RingFd, 324, 4);
-    EXPECT_FIELD(m_RingFactor, 328, 4);
-    EXPECT_FIELD(m_RingWeight, 332, 4);
-    EXPECT_FIELD(m_RingSize, 336, 8);
-    EXPECT_FIELD(m_RingPos, 344, 8);
-    EXPECT_FIELD(m_RingStart, 352, 8);
-    EXPECT_FIELD(m_InternalDebugBuffer, 360, 1312);
-    EXPECT_FIELD(m_RingBase, 1672, 8);
-    EXPECT_FIELD(m_RingWrapCount, 1680, 4);
-    EXPECT_FIELD(m_RingPath, 1684, 256);
-    EXPECT_FIELD(m_RingStartupPath, 1940, 256);
-    EXPECT_FIELD(m_NoHeader, 2196, 4);
-    EXPECT_FIELD(m_IniRingFactor, 2200, 4);
-    EXPECT_FIELD(m_IniRingWeight, 2204, 4);
-    EXPECT_FIELD(m_IniRingDirectory, 2208, 256);
-    EXPECT_FIELD(m_IniNoHeader, 2464, 4);
-    EXPECT_FIELD(m_IniDynamicUpdate, 2468, 4);
-    EXPECT_FIELD(m_MemoryTraces, 2472, 4);
-    EXPECT_FIELD(m_LogDirectory, 2476, 256);
-    EXPECT_FIELD(m_EndMarkLength, 2736, 8);
-    EXPECT_FIELD(m_EndMark, 2744, 64);
-    EXPECT_FIELD(m_LogPath, 2808, 256);
-    EXPECT_FIELD(m_LogFile, 3064, 8);
-    EXPECT_FIELD(m_LogInitEndOffset, 3072, 8);
-    EXPECT_FIELD(m_LogMaxSize, 3080, 4);
-    EXPECT_FIELD(m_LogInitEndCount, 3084, 4);
-    EXPECT_FIELD(m_LogByteCount, 3088, 4);
-    EXPECT_FIELD(m_LogCycle, 3092, 4);
+#define EXPECT_FIELD(field, offset, size) expect(#field, debug.field, offset, size);
+    FIELDS(EXPECT_FIELD)
 #undef EXPECT_FIELD
 }
 
@@ -675,6 +654,19 @@ TEST_F(DebugTest, TakesANullNameForAnEmptyOne) {
     });
 }
 
+TEST_F(DebugTest, TakesACopyOfAnotherNameAndItsFileWithASecondInit) {
+    Run("1", [](OpenDebug& debug) {
+        char name[] = "Other";
+        EXPECT_EQ(debug.Init(name), 1);
+        memset(name, 'x', sizeof name - 1);
+        EXPECT_STREQ(debug.m_ProgramName, "Other");
+        EXPECT_STREQ(debug.m_LogPath, "/var/log/tolbrin/log.other");
+        debug.Trace(1, "text");
+        EXPECT_EQ(FileText(kLog), "");
+        EXPECT_THAT(FileText("/var/log/tolbrin/log.other"), EndsWith(" KB !Other         text\n"));
+    });
+}
+
 TEST_F(DebugTest, EmptiesTheFileOfTheRunBefore) {
     host.File(kLog, "old\n");
     Run("1", [](OpenDebug& debug) {
@@ -745,27 +737,48 @@ TEST_F(DebugTest, ShowsAStartTimeOfLettersIfThereIsNone) {
     });
 }
 
-TEST_F(DebugTest, GoesBackToItsFirstStateWithResetMembers) {
+TEST_F(DebugTest, KeepsItsCachesAndItsLockWithResetMembers) {
     host.File(std::string{kConfigDirectory} + "/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");
     host.Run([] {
         OpenDebug debug;
         debug.Init("zorn");
         EXPECT_TRUE(debug.ArmRingBuffer());
         debug.ResetMembers();
-        EXPECT_FALSE(debug.IsEnabled());
-        EXPECT_EQ(debug.m_TraceLevel, 0u);
-        EXPECT_EQ(debug.m_TraceTarget, 0u);
-        EXPECT_EQ(debug.m_FileDebugLevel, 0xFFFFFFFF);
-        EXPECT_EQ(debug.m_LogFile, nullptr);
-        EXPECT_EQ(debug.m_RingBase, nullptr);
-        EXPECT_EQ(debug.m_RingFd, -1);
-        EXPECT_EQ(debug.m_ProgramName, nullptr);
-        EXPECT_STREQ(debug.m_LogPath, "");
-        EXPECT_STREQ(debug.m_RingPath, "");
-        EXPECT_STREQ(debug.m_EndMark, "## TRACE-END ##\n");
         EXPECT_STREQ(debug.m_ProgramIni.pSection, "\nFileDebugLevel=3\n") << "the caches stay";
         EXPECT_EQ(debug.Init("zorn"), 1);
         EXPECT_EQ(debug.m_TraceLevel, 3u);
+    });
+}
+
+/// The bytes of each field but the ini caches and the lock.
+std::map<std::string, std::string> FieldBytes(OpenDebug& debug) {
+    std::map<std::string, std::string> bytes;
+#define TAKE_FIELD(field, offset, size) \
+    bytes[#field].assign(reinterpret_cast<const char*>(&debug.field), size);
+    FIELDS(TAKE_FIELD)
+#undef TAKE_FIELD
+    for (const char* kept : {"m_GlobalIni", "m_ProgramIni", "m_Lock"}) bytes.erase(kept);
+    return bytes;
+}
+
+TEST_F(DebugTest, SetsEachFieldWithResetMembers) {
+    Run("1", [](OpenDebug& debug) {
+        OpenDebug fresh;
+        const auto expected = FieldBytes(fresh);
+        EXPECT_TRUE(debug.ArmRingBuffer());
+        char* const begin = reinterpret_cast<char*>(static_cast<CDebug*>(&debug));
+        const std::set<std::string> used{"m_GlobalIni",   "m_ProgramIni", "m_Lock",
+                                         "m_ProgramName", "m_RingFd",     "m_RingSize",
+                                         "m_RingBase",    "m_LogFile"};
+#define SPOIL_FIELD(field, offset, size) \
+    if (!used.contains(#field)) memset(begin + (offset), 1, size);
+        FIELDS(SPOIL_FIELD)
+#undef SPOIL_FIELD
+        for (const auto& [name, bytes] : FieldBytes(debug))
+            EXPECT_NE(bytes, expected.at(name)) << name;
+        debug.ResetMembers();
+        for (const auto& [name, bytes] : FieldBytes(debug))
+            EXPECT_EQ(bytes, expected.at(name)) << name;
     });
 }
 

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <utime.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -67,6 +69,25 @@ TEST_F(TraceConfig, TakesAllDefaultsIfTheDirectoryDoesNotExist) {
         EXPECT_EQ(debug.m_IniRingWeight, 0xFFFFFFFF);
         EXPECT_EQ(debug.m_IniNoHeader, 0xFFFFFFFF);
         EXPECT_EQ(debug.m_MemoryTraces, 0xFFFFFFFF);
+    });
+}
+
+TEST_F(TraceConfig, ReadsTheGlobalSettingsAloneIfTheDirectoryCannotBeListed) {
+    Ini("global_trace.ini",
+        "[GlobalDebugSettings]\nDynamicUpdate=17\n[zorn]\nFileDebugLevel=4\nNoHeaderToStderr=0\n"
+        "[EndOfFile]\n");
+    host.Run([] {
+        OpenDebug debug;
+        const RecursiveLockGuard hold{debug.Lock()};
+        FaultOf<&::scandir> scan;
+        scan.Fail(EACCES);
+        EXPECT_EQ(debug.ReadTraceConfig("zorn"), 1);
+        EXPECT_EQ(debug.m_DynamicUpdate, 17u);
+        EXPECT_NE(debug.m_GlobalIni.Path, "");
+        EXPECT_EQ(debug.m_ProgramIni.Path, "");
+        EXPECT_EQ(debug.m_TraceLevel, 0u);
+        EXPECT_EQ(debug.m_NoHeader, 1);
+        EXPECT_STREQ(debug.m_LogDirectory, "/var/log/tolbrin");
     });
 }
 
@@ -520,6 +541,22 @@ TEST_F(DynamicUpdate, TakesNoFileThatIsNotNewer) {
             clock.Advance(std::chrono::seconds{10});
             debug.CallTraceLevelArgs(4, "%s", "dropped");
             EXPECT_EQ(debug.m_TraceLevel, 2u);
+        }
+    });
+}
+
+TEST_F(DynamicUpdate, ReadsAFileOnceThatHasBecomeNewer) {
+    Run([](OpenDebug& debug, FakeClock& clock) {
+        Rewrite("global_trace.ini", kDynamicRaised, kNow + 1);
+        FaultOf<&::fopen> open;
+        for (int look = 0; look < 2; ++look) {
+            clock.Advance(std::chrono::seconds{20});
+            debug.Trace(9, "looks");
+            EXPECT_EQ(open.Calls(), 2) << "once for each section";
+            for (const TraceIniFile* ini : {&debug.m_GlobalIni, &debug.m_ProgramIni}) {
+                EXPECT_EQ(ini->MTime, kNow + 1);
+                EXPECT_EQ(ini->Size, static_cast<int64_t>(strlen(kDynamicRaised)));
+            }
         }
     });
 }

@@ -699,6 +699,39 @@ TEST_F(RingBuffer, KeepsANulOfItsText) {
     });
 }
 
+TEST_F(RingBuffer, WritesNoLineWithoutAFormat) {
+    RunRing(32768, [](OpenDebug& debug) {
+        const std::string before{Ring(debug)};
+        const uint64_t position = debug.m_RingPos;
+        const char* volatile null = nullptr;
+        void (CDebug::*volatile trace)(unsigned, const char*, ...) = &CDebug::Trace;
+        void (CDebug::*volatile printTo)(unsigned, const char*, ...) = &CDebug::PrintTo;
+        const RecursiveLockGuard hold{debug.Lock()};
+        for (const unsigned target : {0u, 2u}) (debug.*printTo)(target, null);
+        (debug.*trace)(1, null);
+        debug.TraceArgs(null, nullptr, nullptr);
+        debug.TraceAlwaysArgs(null, nullptr, nullptr);
+        EXPECT_EQ(debug.m_RingPos, position);
+        EXPECT_EQ(Ring(debug), before);
+    });
+}
+
+TEST_F(RingBuffer, IsHandedOverUnderTheLockBehindTheHeadOfTheLogThatNeedsNone) {
+    for (const bool ring : {false, true}) {
+        Run([ring](OpenDebug& debug) {
+            if (ring && !debug.ArmRingBuffer()) FAIL();
+            FaultOf<&::pthread_mutex_lock> lock;
+            FaultOf<&::ftell> tell;
+            tell.Answer([&lock](FILE* file) {
+                EXPECT_EQ(lock.Calls(), 0);
+                return LibcFault::Real<&::ftell>(file);
+            });
+            debug.EndOfInitialization();
+            EXPECT_EQ(lock.Calls() > 0, ring);
+        });
+    }
+}
+
 TEST_F(RingBuffer, ShowsInLaterHeadersThatInitializationIsDone) {
     Run([](OpenDebug& debug) {
         EXPECT_TRUE(debug.ArmRingBuffer());

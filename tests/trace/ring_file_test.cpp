@@ -129,6 +129,13 @@ TEST_F(RingFile, LiesWhereALinkPoints) {
               "/var/tmp/elsewhere");
 }
 
+TEST_F(RingFile, CutsWhatIsLongerBehindALink) {
+    m_Host.File("/var/tmp/elsewhere", std::string(kSize + 5000, 'o'));
+    m_Host.Link(kRing, "/var/tmp/elsewhere");
+    Run([](OpenDebug& debug) { EXPECT_TRUE(debug.ArmRingBuffer()); });
+    EXPECT_THAT(m_Host.Read("/var/tmp/elsewhere"), SizeIs(kSize));
+}
+
 /// Arms a ring in whose place there is something else, which fails with a line in the log.
 void ExpectNoRing(OpenDebug& debug) {
     EXPECT_FALSE(debug.ArmRingBuffer());

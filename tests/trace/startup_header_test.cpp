@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
+#include <new>
 #include <string>
 
+#include "support/libc_fault.h"
 #include "trace/open_debug.h"
 
 namespace {
@@ -276,15 +279,18 @@ TEST_F(StartupHeader, HasACommandLineWithoutANameToo) {
 }
 
 TEST_F(StartupHeader, BeginsWithTheEnvironmentIfThereIsNoCommandLine) {
-    host.Run([] {
-        OpenDebug debug;
-        debug.Init("zorn");
-        debug.SetCommandLine(0, nullptr);
-        EXPECT_EQ(FileText(kLog), "");
-        const RecursiveLockGuard hold{debug.Lock()};
-        debug.PrintHeader(1);
-        EXPECT_EQ(FileLines(kLog).at(0), "Tarnhollow Environment:");
-    });
+    for (const int count : {0, -1, INT32_MIN}) {
+        host.Run([count] {
+            OpenDebug debug;
+            debug.Init("zorn");
+            debug.SetCommandLine(count, nullptr);
+            EXPECT_EQ(debug.m_Argc, count);
+            EXPECT_EQ(FileText(kLog), "");
+            const RecursiveLockGuard hold{debug.Lock()};
+            debug.PrintHeader(1);
+            EXPECT_EQ(FileLines(kLog).at(0), "Tarnhollow Environment:");
+        });
+    }
 }
 
 TEST_F(StartupHeader, CutsALongNameInTheVariableThatItLooksUp) {
@@ -329,6 +335,37 @@ TEST_F(StartupHeader, GoesToTheCurrentTargetIfNoneIsNamed) {
         debug.PrintHeader(0);
         EXPECT_EQ(FileText(kLog), before);
     });
+}
+
+TEST_F(StartupHeader, GoesToTheLogThatIsOpenIfTheSettingsCannotBeRead) {
+    host.File(std::string{kConfigDirectory} + "/a.ini", "[zorn]\n[EndOfFile]\n");
+    for (const bool wanted : {true, false}) {
+        host.Run([wanted] {
+            setenv("QX_LOG_DEBUG_LEVEL", "3", 1);
+            setenv("QX_LOG_NOHDR_TOSDTERR", wanted ? "0" : "1", 1);
+            OpenDebug debug;
+            debug.Init("zorn");
+            const size_t before = FileLines(kLog).size();
+            FaultOf<&::fread> read;
+            read.Answer([](void*, size_t, size_t, FILE*) -> size_t { throw std::bad_alloc{}; });
+            EXPECT_EQ(debug.Init("zorn"), 0);
+            for (const uint32_t value : {debug.m_TraceTarget.load(), debug.m_TraceLevel.load(),
+                                         debug.m_TraceLevelSaved.load()}) {
+                EXPECT_EQ(value, 0u);
+            }
+            EXPECT_FALSE(debug.IsEnabled());
+            debug.TraceAlways(0, "behind it");
+            Lines lines = FileLines(kLog);
+            lines.erase(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(before));
+            ASSERT_EQ(lines.size(), before + 1) << "as long as the first";
+            EXPECT_EQ(lines.back(), "behind it");
+            if (!wanted) return;
+            EXPECT_EQ(lines.front(), "Tarnhollow Environment:");
+            EXPECT_THAT(lines, Contains("Trace Target               : 1"));
+            EXPECT_THAT(lines, Contains("Trace Level Saved          : 3"));
+            EXPECT_EQ(lines.at(before - 1), "# End of header.");
+        });
+    }
 }
 
 TEST_F(StartupHeader, IsLeftOutByDefault) {
