@@ -579,8 +579,8 @@ void AddAttributes(const std::string& which, const char* name) {
     const auto pugixml = std::make_shared<Parsed<PugixmlParser>>(text);
     const auto rapidxml = std::make_shared<Parsed<RapidxmlParser>>(text);
     markup->document.FindSibling();
-    Add("MarkupAttribute" + which, [markup, name] {
-        if (markup->document.GetAttribute(name).size() != 8) Die("attribute");
+    Add("MarkupAttribute" + which, [markup, asked = std::string_view{name}] {
+        if (markup->document.GetAttribute(asked).size() != 8) Die("attribute");
     });
     const auto pugixmlNode = pugixml->document.first_child();
     Add("PugixmlAttribute" + which, [pugixml, pugixmlNode, name] {

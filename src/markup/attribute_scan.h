@@ -34,3 +34,5 @@ struct AttributeText {
 /// Thread-safety: no state.
 ZORN_API bool FindAttribute(TokenCursor& cursor, const char* name, int index,
                             AttributeText* valueOut);
+/// The same for a name of any bytes.
+ZORN_API bool FindAttribute(TokenCursor& cursor, std::string_view name, AttributeText* valueOut);

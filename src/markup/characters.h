@@ -15,27 +15,36 @@ class CharacterClass {
         for (const char member : members) m_Holds[static_cast<unsigned char>(member)] = true;
         for (unsigned byte = 128; withHigh && byte < 256; ++byte) m_Holds[byte] = true;
     }
-    [[nodiscard]] constexpr bool operator()(char character) const {
+    [[nodiscard]] constexpr bool Has(char character) const {
         return m_Holds[static_cast<unsigned char>(character)];
+    }
+
+    /// What stands in front of the first of them, or the whole text.
+    [[nodiscard]] constexpr std::string_view FrontOf(std::string_view text) const {
+        size_t end = 0;
+        while (end < text.size() && !Has(text[end])) ++end;
+        return text.substr(0, end);
     }
 
   private:
     std::array<bool, 256> m_Holds{};
 };
 
-inline constexpr CharacterClass kIsWhiteSpace{"\t\n\r "};
-inline constexpr CharacterClass kIsNameStart{
+inline constexpr CharacterClass whiteSpace{"\t\n\r "};
+inline constexpr CharacterClass nameStart{
     ":_ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz{|}~\x7f", true};
-inline constexpr CharacterClass kIsTagNameEnd{"\t\n\r />"};
-inline constexpr CharacterClass kIsPathNameEnd{" /=[]"};
-inline constexpr CharacterClass kIsBeforeEmptySlash{"\t\n\r \"'"};
-inline constexpr CharacterClass kIsReferenceNameStart{
+inline constexpr CharacterClass tagNameEnd{"\t\n\r />"};
+inline constexpr CharacterClass pathNameEnd{" /=[]"};
+/// What ends the name of an open element when an end tag asks for it.
+inline constexpr CharacterClass openNameEnd{"\t\n\r />=[]"};
+inline constexpr CharacterClass beforeEmptySlash{"\t\n\r \"'"};
+inline constexpr CharacterClass referenceNameStart{
     "#:_ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", true};
-inline constexpr CharacterClass kIsReferenceName{
+inline constexpr CharacterClass referenceName{
     "-.:_0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz", true};
-inline constexpr CharacterClass kIsAttributeNameEnd{"\t\n\r /=>?"};
-inline constexpr CharacterClass kIsUnquotedValueEnd{"\t\n\r >"};
-inline constexpr CharacterClass kIsWordEnd{"\t\n\r !\"'/;<=>?\\"};
+inline constexpr CharacterClass attributeNameEnd{"\t\n\r /=>?"};
+inline constexpr CharacterClass unquotedValueEnd{"\t\n\r >"};
+inline constexpr CharacterClass wordEnd{"\t\n\r !\"'/;<=>?\\"};
 
 /// The letter in lower case, if it is one of A to Z.
 constexpr char Lower(char character) {

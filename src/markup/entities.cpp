@@ -14,25 +14,20 @@
 
 namespace {
 
-constexpr CharacterClass kIsEscaped{"<&>"};
-constexpr CharacterClass kIsEscapedInValue{"<&>\"'"};
-constexpr CharacterClass kIsReference{"&"};
-constexpr CharacterClass kIsReferenceOrWhiteSpace{"&\t\n\r "};
+constexpr CharacterClass kEscaped{"<&>"};
+constexpr CharacterClass kEscapedInValue{"<&>\"'"};
+constexpr CharacterClass kReference{"&"};
+constexpr CharacterClass kReferenceOrWhiteSpace{"&\t\n\r "};
 
 constexpr size_t kMostNameCharacters = 9;
 constexpr size_t kMostEncodingCharacters = 99;
 constexpr int kUtf32CodePage = 65005;
 
-/// The length of the run in front of the first character of a class.
-size_t CountUpTo(const CharacterClass& isEnd, std::string_view text) {
-    return static_cast<size_t>(std::ranges::find_if(text, isEnd) - text.begin());
-}
-
-/// Appends that run and takes it off the text.
+/// Appends what stands in front of the first character of a class and takes it off the text.
 void MoveUpTo(const CharacterClass& isEnd, std::string_view& text, std::string& result) {
-    const size_t count = CountUpTo(isEnd, text);
-    result.append(text.substr(0, count));
-    text.remove_prefix(count);
+    const std::string_view front = isEnd.FrontOf(text);
+    result.append(front);
+    text.remove_prefix(front.size());
 }
 
 constexpr std::string_view EscapeOf(char character) {
@@ -52,14 +47,14 @@ constexpr std::string_view EscapeOf(char character) {
 
 /// The length of what looks like a reference at the front of the text; 0 if nothing does.
 size_t ReferenceLength(std::string_view text) {
-    if (text.size() < 2 || text[0] != '&' || !kIsReferenceNameStart(text[1])) return 0;
+    if (text.size() < 2 || text[0] != '&' || !referenceNameStart.Has(text[1])) return 0;
     size_t end = 2;
-    while (end < text.size() && kIsReferenceName(text[end])) ++end;
+    while (end < text.size() && referenceName.Has(text[end])) ++end;
     return end < text.size() && text[end] == ';' ? end + 1 : 0;
 }
 
 void AppendEscaped(std::string_view text, uint32_t flags, std::string& result) {
-    const CharacterClass& isEscaped = flags & kEscapeQuotes ? kIsEscapedInValue : kIsEscaped;
+    const CharacterClass& isEscaped = flags & kEscapeQuotes ? kEscapedInValue : kEscaped;
     for (;;) {
         MoveUpTo(isEscaped, text, result);
         if (text.empty()) return;
@@ -165,21 +160,22 @@ std::string EscapeText(std::string_view text, uint32_t flags) {
 
 std::string DecodeText(std::string_view text, uint32_t flags) {
     const bool cutsWhiteSpace = (flags & (kMarkupTrim | kMarkupCollapse)) != 0;
-    const CharacterClass& isStop = cutsWhiteSpace ? kIsReferenceOrWhiteSpace : kIsReference;
-    WhiteSpace whiteSpace{flags};
+    if (!cutsWhiteSpace && text.find('&') == text.npos) return std::string{text};
+    const CharacterClass& isStop = cutsWhiteSpace ? kReferenceOrWhiteSpace : kReference;
+    WhiteSpace spaces{flags};
     std::string result;
     result.reserve(text.size());
     while (!text.empty()) {
-        if (isStop(text.front()) && text.front() != '&') {
-            whiteSpace.Append(text.front(), result);
+        if (isStop.Has(text.front()) && text.front() != '&') {
+            spaces.Append(text.front(), result);
             text.remove_prefix(1);
             continue;
         }
-        whiteSpace.End();
+        spaces.End();
         MoveUpTo(isStop, text, result);
         if (text.starts_with('&')) DecodeReference(text, result);
     }
-    if (cutsWhiteSpace) whiteSpace.CutEnd(result);
+    if (cutsWhiteSpace) spaces.CutEnd(result);
     return result;
 }
 

@@ -33,7 +33,7 @@ class MarkupFind::Name {
             memcpy(&head, m_Text.data() + begin, sizeof head);
             if (((head ^ m_Head) & m_HeadBits) != 0) return false;
         }
-        return m_IsAny || (rest > m_Name.size() && kIsTagNameEnd(m_Text[begin + m_Name.size()]) &&
+        return m_IsAny || (rest > m_Name.size() && tagNameEnd.Has(m_Text[begin + m_Name.size()]) &&
                            IsSameName(m_Text.substr(begin, m_Name.size()), m_Name, m_IgnoresCase));
     }
 

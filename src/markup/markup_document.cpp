@@ -296,11 +296,9 @@ std::string MarkupDocument::GetNodeName() const {
             return "#cdata-section";
         case kNodeComment:
             return "#comment";
-        case kNodeInstruction: {
-            const std::string_view name = NameAt(nodeOffset + 2);
-            return std::string{name.substr(0, name.find('?'))};
-        }
+        case kNodeInstruction:
         case kNodeDocumentType:
+            return std::string{wordEnd.FrontOf(TextOf(nodeOffset + 2, nodeLength - 2))};
         case kNodeEndTag:
             return std::string{NameAt(nodeOffset + 2)};
         default:
@@ -313,10 +311,7 @@ std::string_view MarkupDocument::GetNameOf(int32_t position) const {
 }
 
 std::string_view MarkupDocument::NameAt(int32_t offset) const {
-    const std::string_view rest = std::string_view{document}.substr(static_cast<size_t>(offset));
-    size_t end = 0;
-    while (end < rest.size() && !kIsTagNameEnd(rest[end])) ++end;
-    return rest.substr(0, end);
+    return tagNameEnd.FrontOf(std::string_view{document}.substr(static_cast<size_t>(offset)));
 }
 
 std::string_view MarkupDocument::TextOf(int32_t offset, int32_t length) const {
@@ -429,7 +424,7 @@ TokenCursor MarkupDocument::AttributesIn(int32_t start, int32_t length, int32_t 
 
 std::string MarkupDocument::ValueIn(TokenCursor cursor, std::string_view name) const {
     AttributeText found;
-    if (!FindAttribute(cursor, std::string{name}.c_str(), 0, &found)) return {};
+    if (!FindAttribute(cursor, name, &found)) return {};
     return DecodeText(found.value, flags);
 }
 
@@ -451,7 +446,7 @@ std::string MarkupDocument::GetAttribute(int32_t position, std::string_view name
 bool MarkupDocument::HasAttribute(int32_t position, std::string_view name) const {
     if (position == 0) return false;
     TokenCursor cursor = AttributesOf(position);
-    return FindAttribute(cursor, std::string{name}.c_str(), 0, nullptr);
+    return FindAttribute(cursor, name, nullptr);
 }
 
 bool MarkupDocument::GetAttributeAt(int32_t position, int index, std::string& name,

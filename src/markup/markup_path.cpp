@@ -8,10 +8,8 @@ namespace {
 
 /// Takes characters up to one that ends a name off the front.
 std::string_view TakeName(std::string_view& rest) {
-    size_t end = 0;
-    while (end < rest.size() && !kIsPathNameEnd(rest[end])) ++end;
-    const std::string_view name = rest.substr(0, end);
-    rest.remove_prefix(end);
+    const std::string_view name = pathNameEnd.FrontOf(rest);
+    rest.remove_prefix(name.size());
     return name;
 }
 

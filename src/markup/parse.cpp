@@ -11,9 +11,6 @@
 
 namespace {
 
-/// What ends a name in an open tag, as seen by an end tag.
-constexpr CharacterClass kIsOpenNameEnd{"\t\n\r />=[]"};
-
 // SSE2 is there on each x86-64.
 namespace sse2 {
 

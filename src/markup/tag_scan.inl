@@ -89,14 +89,14 @@ MARKUP_ISA size_t FindTagEnd(Structure& structure, std::string_view text, size_t
         if (place == text.size() || text[place] == '>') return place;
         do {
             if (++place == text.size()) return place;
-        } while (kIsWhiteSpace(text[place]));
+        } while (whiteSpace.Has(text[place]));
         const char first = text[place];
         if (first == '"' || first == '\'') {
             place = FindQuote(text, place + 1, first) + 1;
             if (place > text.size()) return text.size();
             continue;
         }
-        while (place < text.size() && text[place] != '>' && !kIsWhiteSpace(text[place])) ++place;
+        while (place < text.size() && text[place] != '>' && !whiteSpace.Has(text[place])) ++place;
         isUnquoted = place < text.size() && text[place] == '>';
         if (place == text.size() || isUnquoted) return place;
     }
@@ -109,7 +109,7 @@ MARKUP_ISA bool IsEndOf(const ElementPosition& element, std::string_view text, s
     const size_t length = end - begin;
     const char* const name = text.data() + begin;
     const char* const open = text.data() + element.start + 1;
-    if (length == 0 || !kIsOpenNameEnd(open[length])) return false;
+    if (length == 0 || !openNameEnd.Has(open[length])) return false;
     if (length > 16 || begin + 16 > text.size()) return memcmp(open, name, length) == 0;
     const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(open));
     const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(name));
@@ -130,12 +130,12 @@ MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
             return;
         }
         const char first = text[start + 1];
-        if (kIsNameStart(first)) {
+        if (nameStart.Has(first)) {
             bool isUnquoted = false;
             const size_t end = FindTagEnd(structure, text, start + 2, isUnquoted);
             if (end < text.size()) {
                 const bool isEmpty =
-                    text[end - 1] == '/' && (!isUnquoted || kIsBeforeEmptySlash(text[end - 2]));
+                    text[end - 1] == '/' && (!isUnquoted || beforeEmptySlash.Has(text[end - 2]));
                 parse.Open(edge, start, end + 1 - start, isEmpty);
                 place = end + 1;
                 continue;

@@ -30,17 +30,14 @@ std::string_view TagStack::TextFromName(int32_t position) const {
 }
 
 std::string_view TagStack::NameOf(int32_t position) const {
-    const std::string_view rest = TextFromName(position);
-    size_t end = 0;
-    while (end < rest.size() && !kIsTagNameEnd(rest[end])) ++end;
-    return rest.substr(0, end);
+    return tagNameEnd.FrontOf(TextFromName(position));
 }
 
 bool TagStack::Matches(int32_t position, std::string_view name) const {
     const std::string_view rest = TextFromName(position);
     return !name.empty() && rest.size() > name.size() &&
            IsSameName(rest.substr(0, name.size()), name, m_IgnoresCase) &&
-           (kIsTagNameEnd(rest[name.size()]) || kIsPathNameEnd(rest[name.size()]));
+           openNameEnd.Has(rest[name.size()]);
 }
 
 int32_t TagStack::Find(int32_t top, std::string_view name) {
@@ -70,6 +67,6 @@ void TagStack::Count(int32_t position, int32_t change) {
     const char* at = text.data();
     do {
         hash.Add(*at++);
-        if (kIsTagNameEnd(*at) || kIsPathNameEnd(*at)) m_Counts[hash.Value()] += change;
-    } while (!kIsTagNameEnd(*at));
+        if (openNameEnd.Has(*at)) m_Counts[hash.Value()] += change;
+    } while (!tagNameEnd.Has(*at));
 }

@@ -12,12 +12,11 @@ namespace {
 
 constexpr size_t kNone = std::string_view::npos;
 
-constexpr CharacterClass kIsTextEnd{"<>"};
-constexpr CharacterClass kIsTagStop{"=>"};
-constexpr CharacterClass kIsFaultStop{"<=>"};
-constexpr CharacterClass kIsUnquotedEnd{"\t\n\r >"};
-constexpr CharacterClass kIsUnquotedFaultEnd{"\t\n\r ><"};
-constexpr CharacterClass kIsDocumentTypeStop{"<>\"'"};
+constexpr CharacterClass kTextEnd{"<>"};
+constexpr CharacterClass kTagStop{"=>"};
+constexpr CharacterClass kFaultStop{"<=>"};
+constexpr CharacterClass kUnquotedFaultEnd{"\t\n\r ><"};
+constexpr CharacterClass kDocumentTypeStop{"<>\"'"};
 
 /// The scan of one token.
 class Scan {
@@ -51,7 +50,7 @@ class Scan {
 
     /// The first character of the class from `place` on.
     [[nodiscard]] size_t FindOf(const CharacterClass& isOf, size_t place) const {
-        while (place < m_Text.size() && !isOf(m_Text[place])) ++place;
+        place += isOf.FrontOf(m_Text.substr(place)).size();
         return place < m_Text.size() ? place : kNone;
     }
 
@@ -96,12 +95,12 @@ class Scan {
             EndAt(std::min(solid, m_Text.size()), kNodeWhiteSpace);
             return;
         }
-        const size_t end = std::min(FindOf(kIsTextEnd, solid), m_Text.size());
+        const size_t end = std::min(FindOf(kTextEnd, solid), m_Text.size());
         EndAt(At(end) == '>' ? end + 1 : end, kNodeText);
     }
 
     void TakeTag(char first) {
-        if (kIsNameStart(first)) {
+        if (nameStart.Has(first)) {
             TakeStartTag();
         } else if (first == '/') {
             TakeName(m_Start + 2);
@@ -117,10 +116,9 @@ class Scan {
     }
 
     void TakeName(size_t begin) {
-        size_t end = begin;
-        while (end < m_Text.size() && !kIsTagNameEnd(m_Text[end])) ++end;
+        const size_t length = tagNameEnd.FrontOf(m_Text.substr(begin)).size();
         m_Cursor.tokenStart = static_cast<int32_t>(begin);
-        m_Cursor.tokenEnd = static_cast<int32_t>(end) - 1;
+        m_Cursor.tokenEnd = static_cast<int32_t>(begin + length) - 1;
     }
 
     void TakeStartTag() {
@@ -128,7 +126,7 @@ class Scan {
         bool isUnquoted = false;
         const size_t end = FindTagEnd(m_Start + 1, false, isUnquoted);
         if (end != kNone && m_Text[end - 1] == '/' &&
-            (!isUnquoted || kIsBeforeEmptySlash(m_Text[end - 2]))) {
+            (!isUnquoted || beforeEmptySlash.Has(m_Text[end - 2]))) {
             m_Token.nodeFlags = kTokenEmpty;
         }
         EndBehind(end, kNodeElement, "start_tag");
@@ -138,15 +136,15 @@ class Scan {
     /// whether it ends a value without quotes.
     size_t FindTagEnd(size_t place, bool isFault, bool& isUnquoted) const {
         for (;;) {
-            place = FindOf(isFault ? kIsFaultStop : kIsTagStop, place);
+            place = FindOf(isFault ? kFaultStop : kTagStop, place);
             if (place == kNone || m_Text[place] != '=') return place;
             place = m_Text.find_first_not_of("\t\n\r ", place + 1);
             if (place == kNone) return kNone;
             const char first = m_Text[place];
             if (first != '"' && first != '\'') {
-                place = FindOf(isFault ? kIsUnquotedFaultEnd : kIsUnquotedEnd, place);
+                place = FindOf(isFault ? kUnquotedFaultEnd : unquotedValueEnd, place);
                 isUnquoted = At(place) == '>';
-                if (place == kNone || !kIsWhiteSpace(m_Text[place])) return place;
+                if (place == kNone || !whiteSpace.Has(m_Text[place])) return place;
                 continue;
             }
             const size_t close = m_Text.find(first, place + 1);
@@ -196,7 +194,7 @@ class Scan {
     /// The first "<" or ">" of a document type from `place` on that is not in quotes.
     [[nodiscard]] size_t FindUnquoted(size_t place) const {
         for (;; ++place) {
-            place = FindOf(kIsDocumentTypeStop, place);
+            place = FindOf(kDocumentTypeStop, place);
             if (place == kNone || m_Text[place] == '<' || m_Text[place] == '>') return place;
             place = m_Text.find(m_Text[place], place + 1);
             if (place == kNone) return kNone;

@@ -1,12 +1,14 @@
 #include "markup/attribute_scan.h"
 
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "markup/attribute_by_walk.h"
 #include "support/every_prefix.h"
 
 using testing::ElementsAre;
@@ -219,6 +221,43 @@ TEST(FindAttribute, TakesANameThatGoesOnAsInAPath) {
 TEST(FindAttribute, DoesNotTakeTheEndOfTheNameForANul) {
     EXPECT_EQ(ValueOf("a\0b='1' c='2'"s, "a"), std::nullopt);
     EXPECT_EQ(ValueOf("a\0b='1' c='2'"s, "c"), "2");
+}
+
+TEST(FindAttribute, FindsByNameWhatAWalkOverAllMeetsFirst) {
+    constexpr std::string_view kPieces[] = {
+        "n",     "na",         "a",           "value", " ",        "\n",      "=", "\"",
+        "'",     "/",          ">",           "?",     " n=\"1\"", " na='2'", "[", " a=n ",
+        "=\"\"", " n=\"n n\"", " a='=\" n='", "=na",   " a=\"=\"", "\x80"};
+    constexpr std::string_view kNames[] = {"n", "na", "a", "value", "\x80", "x"};
+    std::mt19937 random{20261121};
+    int found = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        std::string text;
+        for (size_t left = random() % 24; left != 0; --left) {
+            text += kPieces[random() % std::size(kPieces)];
+        }
+        for (const std::string_view name : kNames) {
+            ASSERT_TRUE(FindsAsAWalk(text, name)) << text << "|" << name;
+            found += AttributeByWalk(text, name).has_value();
+        }
+    }
+    EXPECT_GT(found, 10'000);
+}
+
+TEST(FindAttribute, FindsEachOfManyNames) {
+    std::string text;
+    for (int i = 0; i < 40; ++i) {
+        const std::string number = std::to_string(i);
+        text += " " + std::string(static_cast<size_t>(i % 7), 'x') + "name" + number + "=\"name7 " +
+                number + "\"";
+    }
+    for (int i = 0; i < 40; ++i) {
+        const std::string name =
+            std::string(static_cast<size_t>(i % 7), 'x') + "name" + std::to_string(i);
+        EXPECT_EQ(ValueOf(text, name.c_str()), "name7 " + std::to_string(i));
+        EXPECT_TRUE(FindsAsAWalk(text, name)) << name;
+        EXPECT_TRUE(FindsAsAWalk(text, name.substr(1))) << name;
+    }
 }
 
 TEST(FindAttribute, CountsAttributesFromZeroWithoutAName) {

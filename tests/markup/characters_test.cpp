@@ -10,7 +10,7 @@ namespace {
 std::string MembersOf(const CharacterClass& isOf) {
     std::string members;
     for (int byte = 0; byte < 256; ++byte) {
-        if (isOf(static_cast<char>(byte))) members += static_cast<char>(byte);
+        if (isOf.Has(static_cast<char>(byte))) members += static_cast<char>(byte);
     }
     return members;
 }
@@ -24,11 +24,24 @@ std::string Bytes(int first, int last) {
 }  // namespace
 
 TEST(CharacterClass, HoldsTheBytesOfTheStructure) {
-    EXPECT_EQ(MembersOf(kIsWhiteSpace), "\t\n\r ");
-    EXPECT_EQ(MembersOf(kIsNameStart), ":" + Bytes('A', 'Z') + "_" + Bytes('a', 255));
-    EXPECT_EQ(MembersOf(kIsTagNameEnd), "\t\n\r />");
-    EXPECT_EQ(MembersOf(kIsPathNameEnd), " /=[]");
-    EXPECT_EQ(MembersOf(kIsBeforeEmptySlash), "\t\n\r \"'");
+    EXPECT_EQ(MembersOf(whiteSpace), "\t\n\r ");
+    EXPECT_EQ(MembersOf(nameStart), ":" + Bytes('A', 'Z') + "_" + Bytes('a', 255));
+    EXPECT_EQ(MembersOf(tagNameEnd), "\t\n\r />");
+    EXPECT_EQ(MembersOf(pathNameEnd), " /=[]");
+    EXPECT_EQ(MembersOf(openNameEnd), "\t\n\r /=>[]");
+    EXPECT_EQ(MembersOf(beforeEmptySlash), "\t\n\r \"'");
+}
+
+TEST(CharacterClass, HoldsTheBytesOfReferences) {
+    const std::string letters = Bytes('A', 'Z') + "_" + Bytes('a', 'z') + Bytes(128, 255);
+    EXPECT_EQ(MembersOf(referenceNameStart), "#:" + letters);
+    EXPECT_EQ(MembersOf(referenceName), "-." + Bytes('0', '9') + ":" + letters);
+}
+
+TEST(CharacterClass, HoldsTheBytesThatEndAttributesAndWords) {
+    EXPECT_EQ(MembersOf(attributeNameEnd), "\t\n\r /=>?");
+    EXPECT_EQ(MembersOf(unquotedValueEnd), "\t\n\r >");
+    EXPECT_EQ(MembersOf(wordEnd), "\t\n\r !\"'/;<=>?\\");
 }
 
 TEST(CharacterClass, IsMadeOfTheBytesThatItIsGiven) {

@@ -53,15 +53,6 @@ std::string Encoded(uint32_t codePoint) {
     return {bytes.data(), static_cast<size_t>(count)};
 }
 
-/// All bytes for which the class holds.
-std::string MembersOf(const CharacterClass& holds) {
-    std::string members;
-    for (int byte = 0; byte < 256; ++byte) {
-        if (holds(static_cast<char>(byte))) members += static_cast<char>(byte);
-    }
-    return members;
-}
-
 std::string ByteRange(int first, int last) {
     std::string bytes;
     for (int byte = first; byte <= last; ++byte) bytes += static_cast<char>(byte);
@@ -69,19 +60,6 @@ std::string ByteRange(int first, int last) {
 }
 
 }  // namespace
-
-TEST(CharacterClasses, OfReferencesHaveTheseMembers) {
-    const std::string letters =
-        ByteRange('A', 'Z') + "_" + ByteRange('a', 'z') + ByteRange(128, 255);
-    EXPECT_EQ(MembersOf(kIsReferenceNameStart), "#:" + letters);
-    EXPECT_EQ(MembersOf(kIsReferenceName), "-." + ByteRange('0', '9') + ":" + letters);
-}
-
-TEST(CharacterClasses, OfAttributesAndWordsHaveTheseMembers) {
-    EXPECT_EQ(MembersOf(kIsAttributeNameEnd), "\t\n\r /=>?");
-    EXPECT_EQ(MembersOf(kIsUnquotedValueEnd), "\t\n\r >");
-    EXPECT_EQ(MembersOf(kIsWordEnd), "\t\n\r !\"'/;<=>?\\");
-}
 
 // --- EscapeText ----------------------------------------------------------------------------------
 
