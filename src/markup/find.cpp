@@ -47,6 +47,25 @@ class MarkupFind::Name {
     uint64_t m_HeadBits = 0;
 };
 
+class MarkupFind::Condition {
+  public:
+    explicit Condition(const PathSegment& segment)
+        : m_Attribute(segment.attribute),
+          m_HasValue(segment.hasValue),
+          m_Value(DecodeText(segment.value, 0)) {}
+
+    [[nodiscard]] bool IsMet(const MarkupDocument& document, int32_t position) const {
+        if (m_Attribute.empty()) return true;
+        if (!document.HasAttribute(position, m_Attribute)) return false;
+        return !m_HasValue || document.GetAttribute(position, m_Attribute) == m_Value;
+    }
+
+  private:
+    std::string_view m_Attribute;
+    bool m_HasValue;
+    std::string m_Value;
+};
+
 /// Goes down a level with each name that fits. Where the next name fits nothing it goes up again and on,
 /// unless the name there asked for one by its number: there is but one such.
 int32_t MarkupFind::Among(int32_t sibling) const {
@@ -77,9 +96,10 @@ int32_t MarkupFind::Among(int32_t sibling) const {
 int32_t MarkupFind::Behind(int32_t position) const {
     const PathSegment segment = m_Path.Segment(0);
     const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
+    const Condition condition{segment};
     uint32_t fitting = 0;
     while ((position = FollowingCalled(position, name)) != 0) {
-        if (!MeetsCondition(position, segment)) continue;
+        if (!condition.IsMet(m_Document, position)) continue;
         if (++fitting < segment.index) continue;
         if (HasWantedAttribute(position)) return position;
         if (segment.index != 0) return 0;
@@ -96,9 +116,10 @@ int32_t MarkupFind::FollowingCalled(int32_t position, const Name& name) const {
 
 int32_t MarkupFind::NextFitting(int32_t sibling, const PathSegment& segment) const {
     const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
+    const Condition condition{segment};
     uint32_t fitting = 0;
     while ((sibling = NextCalled(sibling, name)) != 0) {
-        if (MeetsCondition(sibling, segment) && ++fitting >= segment.index) return sibling;
+        if (condition.IsMet(m_Document, sibling) && ++fitting >= segment.index) return sibling;
         sibling = m_Document.PositionOf(sibling).nextSibling;
     }
     return 0;
@@ -118,13 +139,6 @@ int32_t MarkupFind::NextCalled(int32_t sibling, const Name& name) const {
         }
     }
     return sibling;
-}
-
-bool MarkupFind::MeetsCondition(int32_t position, const PathSegment& segment) const {
-    if (segment.attribute.empty()) return true;
-    if (!m_Document.HasAttribute(position, segment.attribute)) return false;
-    return !segment.hasValue ||
-           m_Document.GetAttribute(position, segment.attribute) == DecodeText(segment.value, 0);
 }
 
 bool MarkupFind::HasWantedAttribute(int32_t position) const {

@@ -22,12 +22,13 @@ class MarkupFind {
   private:
     /// A name that many others are compared with.
     class Name;
+    /// What an element must have besides.
+    class Condition;
 
     const MarkupDocument& m_Document;
     const MarkupPath& m_Path;
 
     [[nodiscard]] bool HasWantedAttribute(int32_t position) const;
-    [[nodiscard]] bool MeetsCondition(int32_t position, const PathSegment& segment) const;
     [[nodiscard]] int32_t NextFitting(int32_t sibling, const PathSegment& segment) const;
     [[nodiscard]] int32_t NextCalled(int32_t sibling, const Name& name) const;
     [[nodiscard]] int32_t FollowingCalled(int32_t position, const Name& name) const;

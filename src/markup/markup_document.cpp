@@ -1,6 +1,7 @@
 #include "markup/markup_document.h"
 
 #include <limits>
+#include <tuple>
 #include <utility>
 
 #include "markup/attribute_scan.h"
@@ -25,6 +26,23 @@ constexpr size_t kLargestDocument = std::numeric_limits<int32_t>::max();
 
 MarkupDocument::MarkupDocument() = default;
 MarkupDocument::~MarkupDocument() = default;
+
+MarkupDocument::MarkupDocument(MarkupDocument&& other) noexcept : MarkupDocument() {
+    *this = std::move(other);
+}
+
+MarkupDocument& MarkupDocument::operator=(MarkupDocument&& other) noexcept {
+    const auto members = [](MarkupDocument& it) {
+        return std::tie(it.document, it.result, it.mainParent, it.mainPosition, it.childPosition,
+                        it.nextUnused, it.freeList, it.nodeType, it.nodeOffset, it.nodeLength,
+                        it.flags, it.fileState, it.savedPositions, it.positions);
+    };
+    if (&other == this) return *this;
+    members(*this) =
+        std::apply([](auto&... of) { return std::tuple{std::move(of)...}; }, members(other));
+    other.Clear();
+    return *this;
+}
 
 MarkupDocument::MarkupDocument(std::string text) : MarkupDocument() {
     SetDocumentText(std::move(text));
@@ -136,7 +154,8 @@ bool MarkupDocument::FindChild(const char* path) {
     if ((flags & kMarkupWriteMode) != 0 || positions == nullptr) return false;
     const MarkupPath wanted{path};
     if (wanted.GetType() == MarkupPath::Type::kInvalid) return false;
-    if (mainPosition == 0 && !FindSibling()) return false;
+    const bool goesOn = wanted.GetType() == MarkupPath::Type::kAnywhere && childPosition != 0;
+    if (mainPosition == 0 && !goesOn && !FindSibling()) return false;
     const int32_t next = childPosition != 0 ? PositionOf(childPosition).nextSibling
                                             : PositionOf(mainPosition).firstChild;
     const int32_t found = FindFrom(wanted, next, childPosition != 0 ? childPosition : mainPosition);
@@ -340,7 +359,7 @@ std::string MarkupDocument::GetData() const {
     const std::string_view node = GetMarkup();
     switch (nodeType) {
         case kNodeElement:
-            return DataOf(mainPosition);
+            return GetDataOf(mainPosition);
         case kNodeText:
         case kNodeWhiteSpace:
             return DecodeText(node, flags);
@@ -355,12 +374,8 @@ std::string MarkupDocument::GetData() const {
     }
 }
 
-std::string MarkupDocument::GetChildData() const {
-    return DataOf(childPosition);
-}
-
 /// Texts on both sides of a comment or an element are one text; a CDATA section stands for itself.
-std::string MarkupDocument::DataOf(int32_t position) const {
+std::string MarkupDocument::GetDataOf(int32_t position) const {
     if (position == 0 || PositionOf(position).IsHollow()) return {};
     TokenCursor cursor = CursorAt(ContentBegin(position));
     cursor.text = cursor.text.substr(0, static_cast<size_t>(ContentEnd(position)));
@@ -428,11 +443,18 @@ std::string MarkupDocument::ValueIn(TokenCursor cursor, std::string_view name) c
     return DecodeText(found.value, flags);
 }
 
+TokenCursor MarkupDocument::CurrentAttributes() const {
+    if (nodeType == kNodeInstruction) return AttributesIn(nodeOffset, nodeLength, 2, 2);
+    return mainPosition != 0 ? AttributesOf(mainPosition) : TokenCursor{};
+}
+
 std::string MarkupDocument::GetAttribute(std::string_view name) const {
-    if (nodeType == kNodeInstruction) {
-        return ValueIn(AttributesIn(nodeOffset, nodeLength, 2, 2), name);
-    }
-    return GetAttribute(mainPosition, name);
+    return ValueIn(CurrentAttributes(), name);
+}
+
+bool MarkupDocument::HasAttribute(std::string_view name) const {
+    TokenCursor cursor = CurrentAttributes();
+    return FindAttribute(cursor, name, nullptr);
 }
 
 std::string MarkupDocument::GetChildAttribute(std::string_view name) const {

@@ -67,11 +67,14 @@ class ZORN_API MarkupDocument {
     ~MarkupDocument();
     MarkupDocument(const MarkupDocument&) = delete;
     MarkupDocument& operator=(const MarkupDocument&) = delete;
+    /// The other one is empty then. Views of its text may no longer hold.
+    MarkupDocument(MarkupDocument&& other) noexcept;
+    MarkupDocument& operator=(MarkupDocument&& other) noexcept;
 
     // --- The document ----------------------------------------------------------------------------
 
     /// Replaces the document and parses it. Null empties it and gives back the memory of its elements.
-    /// True if it is well-formed.
+    /// True if it is well-formed, false also if it was refused.
     bool SetDocumentText(const char* text);
     /// The same without a copy, and with any bytes.
     bool SetDocumentText(std::string text);
@@ -88,7 +91,7 @@ class ZORN_API MarkupDocument {
     [[nodiscard]] const std::string& Result() const { return result; }
 
     /// Whether every start tag has its end tag and all tags are such. A second root element does not
-    /// matter, nor that there is none (`Result` tells).
+    /// matter, nor that there is none (`Result` tells): so an empty document is.
     [[nodiscard]] bool IsWellFormed() const;
 
     /// How many elements there are.
@@ -110,8 +113,11 @@ class ZORN_API MarkupDocument {
     bool FindSibling(const char* path = nullptr);
 
     /// Makes the next child of the main position that `path` leads to the child position; its parent is
-    /// the main position then. Without a main position the first element becomes that before. False if
-    /// there is none.
+    /// the main position then, none if it is at the top. False if there is none.
+    ///
+    /// Without a main position the first element becomes that before: so after `FindChild("/order")`,
+    /// which is at the top, `FindChild("item")` looks in the first element. "//name" goes on behind a
+    /// child position at the top instead.
     bool FindChild(const char* path = nullptr);
 
     /// Makes the child position the main one. False if there is none.
@@ -138,7 +144,8 @@ class ZORN_API MarkupDocument {
     int32_t FindNextNode(int32_t mask);
 
     /// Keeps the child position, or without one the main position, or else its parent, under a name in
-    /// one of any number of maps (0, 1, ...). False if there is none.
+    /// one of any number of maps (0, 1, ...); of a node that is no element, the element it stands behind.
+    /// False if there is none.
     bool SavePosition(std::string_view name, int map = 0);
 
     /// Goes back there: to a child position with its parent as the main one, to a main position without
@@ -161,10 +168,12 @@ class ZORN_API MarkupDocument {
     [[nodiscard]] std::string_view GetNameOf(int32_t position) const;
 
     /// Text and CDATA sections directly in the current element, joined, references decoded; of another
-    /// node what is between its marks. Options of the document apply.
+    /// node what is between its marks. Options of the document apply to text, but not where there are
+    /// sections too: their white space is meant.
     [[nodiscard]] std::string GetData() const;
-    /// The same of the child position.
-    [[nodiscard]] std::string GetChildData() const;
+    /// The same of the child position, and of the element at `position`; empty at 0.
+    [[nodiscard]] std::string GetChildData() const { return GetDataOf(childPosition); }
+    [[nodiscard]] std::string GetDataOf(int32_t position) const;
 
     /// The value of an attribute of the current element or instruction, decoded; empty if it is not
     /// there.
@@ -172,7 +181,8 @@ class ZORN_API MarkupDocument {
     [[nodiscard]] std::string GetChildAttribute(std::string_view name) const;
     /// The same of the element at `position`.
     [[nodiscard]] std::string GetAttribute(int32_t position, std::string_view name) const;
-    /// Whether the element at `position` has it.
+    /// Whether it is there.
+    [[nodiscard]] bool HasAttribute(std::string_view name) const;
     [[nodiscard]] bool HasAttribute(int32_t position, std::string_view name) const;
 
     /// Name and decoded value of attribute number `index`, from 0, of the element at `position`. False
@@ -194,9 +204,9 @@ class ZORN_API MarkupDocument {
     /// Sets the four bits of the caller (`kElementCallersBits`) and no others.
     void SetElementFlags(uint32_t value);
 
-    /// 0 at the top.
+    /// 0 at the top, and of 0.
     [[nodiscard]] int32_t GetParentOf(int32_t position) const {
-        return (*positions)[position].parent;
+        return position != 0 ? PositionOf(position).parent : 0;
     }
 
     /// The element that follows in the order of the text, children before siblings; behind 0 the first
@@ -211,7 +221,7 @@ class ZORN_API MarkupDocument {
         return position + 1 < nextUnused ? position + 1 : 0;
     }
 
-    /// The record of an element, until the document changes. REQUIRES: a position of this document.
+    /// The record of an element, until the document changes. REQUIRES: a position of this document, not 0.
     [[nodiscard]] const ElementPosition& PositionOf(int32_t position) const {
         return (*positions)[position];
     }
@@ -219,6 +229,7 @@ class ZORN_API MarkupDocument {
   private:
     friend class MarkupParse;
     friend class MarkupFind;
+    friend class FreeRecords;
 
     std::string document;
     std::string result;
@@ -246,8 +257,8 @@ class ZORN_API MarkupDocument {
     [[nodiscard]] int32_t ContentEnd(int32_t position) const;
     [[nodiscard]] std::string_view TextOf(int32_t offset, int32_t length) const;
     [[nodiscard]] std::string_view NameAt(int32_t offset) const;
-    [[nodiscard]] std::string DataOf(int32_t position) const;
     [[nodiscard]] TokenCursor CursorAt(int32_t offset) const;
+    [[nodiscard]] TokenCursor CurrentAttributes() const;
     [[nodiscard]] TokenCursor AttributesOf(int32_t position) const;
     [[nodiscard]] TokenCursor AttributesIn(int32_t start, int32_t length, int32_t front,
                                            int32_t back) const;

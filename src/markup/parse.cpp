@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "markup/characters.h"
+#include "markup/free_records.h"
 #include "markup/result_records.h"
 
 namespace {
@@ -106,32 +107,57 @@ MarkupParse::MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& 
       m_Cursor(cursor),
       m_Positions(*document.positions),
       m_Parent(parent),
+      m_TakesFreed(document.freeList != 0),
       m_Stack(cursor.text, (cursor.flags & kMarkupIgnoreCase) != 0, m_Positions, parent),
-      m_Edge(EdgeAt({.next = document.nextUnused, .parent = parent})) {}
+      m_Edge(FirstEdge()) {}
 
 int32_t MarkupParse::Run(TagScan scan) {
-    const int32_t first = m_Edge.next;
+    const int32_t before = m_Edge.last;
     scan(*this, static_cast<size_t>(m_Cursor.next));
     EndUnended(m_Parent, static_cast<int64_t>(Text().size()));
-    m_Document.nextUnused = m_Edge.next;
-    if (m_Edge.next == first) return 0;
+    if (!m_TakesFreed) m_Document.nextUnused = m_Edge.next;
+    if (m_Edge.last == before) return 0;
+    const int32_t first = m_Positions[m_Parent].firstChild;
     m_Positions[first].previousSibling = m_Edge.last;
-    return first;
+    return before != 0 ? m_Positions[before].nextSibling : first;
+}
+
+/// Behind the last child of the parent.
+MarkupParse::Edge MarkupParse::FirstEdge() const {
+    const int32_t firstChild = m_Positions[m_Parent].firstChild;
+    return EdgeAt({.next = m_Document.nextUnused,
+                   .parent = m_Parent,
+                   .last = firstChild != 0 ? m_Positions[firstChild].previousSibling : 0});
 }
 
 /// With the pointers that follow from the positions.
 MarkupParse::Edge MarkupParse::EdgeAt(Edge edge) const {
-    const int32_t segmentEnd = (edge.next | (SegmentedPositions::kSegmentSize - 1)) + 1;
-    const int32_t room = std::min(segmentEnd, m_Positions.Capacity()) - edge.next;
-    edge.record = room > 0 ? &m_Positions[edge.next] : nullptr;
-    edge.end = edge.record + room;
+    if (!m_TakesFreed) {
+        const int32_t segmentEnd = (edge.next | (SegmentedPositions::kSegmentSize - 1)) + 1;
+        const int32_t room = std::min(segmentEnd, m_Positions.Capacity()) - edge.next;
+        edge.record = room > 0 ? &m_Positions[edge.next] : nullptr;
+        edge.end = edge.record + room;
+    }
     edge.open = &m_Positions[edge.parent];
     edge.link = edge.last != 0 ? &m_Positions[edge.last].nextSibling : &edge.open->firstChild;
     return edge;
 }
 
-MarkupParse::Edge MarkupParse::MakeRoom(const Edge& edge) {
-    if (edge.next == m_Positions.Capacity()) m_Positions.Grow(edge.next + edge.next / 2);
+MarkupParse::Edge MarkupParse::MakeRoom(Edge edge) {
+    if (m_TakesFreed) {
+        edge.next = FreeRecords{m_Document}.Take();
+        if (edge.next != 0) {
+            edge.record = &m_Positions[edge.next];
+            edge.end = edge.record + 1;
+            return edge;
+        }
+        m_TakesFreed = false;
+        edge = EdgeAt({.next = m_Document.nextUnused, .parent = edge.parent, .last = edge.last});
+        if (edge.record != edge.end) return edge;
+    }
+    if (edge.next == m_Positions.Capacity()) {
+        m_Positions.Grow(edge.next + std::max(edge.next / 2, 1));
+    }
     return EdgeAt(edge);
 }
 

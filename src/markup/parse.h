@@ -25,8 +25,8 @@ void ScanTagsByAvx2(MarkupParse& parse, size_t place);
 /// all else by the tokenizer. Both find the same. Thread-safety: one thread.
 class MarkupParse {
   public:
-    /// Below the element at `parent`, from `cursor.next` to the end of `cursor.text`, which is that of
-    /// the document.
+    /// Below the element at `parent`, behind the elements there, from `cursor.next` to the end of
+    /// `cursor.text`, which is that of the document. Free records are used first.
     MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& cursor);
 
     /// Gives the first element made, 0 if there is none. Throws `std::bad_alloc`.
@@ -80,7 +80,7 @@ class MarkupParse {
         element.length = static_cast<int32_t>(end) - element.start;
         element.tagLengths |= static_cast<uint32_t>(end - start) << ElementPosition::kStartTagBits;
         if (edge.last != 0) {
-            RecordAt(element, edge.parent, edge.parent + 1).previousSibling = edge.last;
+            RecordAt(element, edge.parent, element.firstChild).previousSibling = edge.last;
         }
         edge.open = &RecordAt(element, edge.parent, element.parent);
         edge.last = std::exchange(edge.parent, element.parent);
@@ -99,6 +99,7 @@ class MarkupParse {
     NodeToken m_Token;
     SegmentedPositions& m_Positions;
     const int32_t m_Parent;
+    bool m_TakesFreed;  ///< records come from the free ones as long as there are such
     TagStack m_Stack;
     Edge m_Edge;
 
@@ -109,8 +110,9 @@ class MarkupParse {
         return isNear ? (&other)[position - otherPosition] : m_Positions[position];
     }
 
+    [[nodiscard]] Edge FirstEdge() const;
     [[nodiscard]] Edge EdgeAt(Edge edge) const;
-    [[nodiscard]] Edge MakeRoom(const Edge& edge);
+    [[nodiscard]] Edge MakeRoom(Edge edge);
     void TakeEndTag();
     void TakeLoneEndTag(std::string_view name);
     void TakeFault();

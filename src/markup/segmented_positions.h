@@ -8,7 +8,7 @@
 
 // Bits of `ElementPosition::levelFlags` above the depth.
 inline constexpr uint32_t kElementEmpty = 0x00010000;         ///< written with "/>"
-inline constexpr uint32_t kElementFree = 0x00020000;          ///< the record is free
+inline constexpr uint32_t kElementFree = 0x00020000;          ///< the record is free; no other bit
 inline constexpr uint32_t kElementFirstSibling = 0x00080000;  ///< first child of its parent
 inline constexpr uint32_t kElementNonEnded = 0x00100000;      ///< has no end tag of its own
 /// An end tag was expected here and not found, or a lone one was met inside.

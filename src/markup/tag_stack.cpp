@@ -8,10 +8,11 @@ namespace {
 /// So many entries are looked at before names are counted.
 constexpr int kShortWay = 16;
 
-/// FNV-1a, a character at a time.
+/// FNV-1a, a character at a time. It begins with what no document can know: so none can be made whose names
+/// share a hash.
 class NameHash {
   public:
-    explicit NameHash(bool ignoresCase) : m_IgnoresCase(ignoresCase) {}
+    NameHash(uint64_t seed, bool ignoresCase) : m_IgnoresCase(ignoresCase), m_Value(seed) {}
     void Add(char character) {
         if (m_IgnoresCase) character = Lower(character);
         m_Value = (m_Value ^ static_cast<unsigned char>(character)) * 0x100000001B3;
@@ -20,7 +21,7 @@ class NameHash {
 
   private:
     const bool m_IgnoresCase;
-    uint64_t m_Value = 0xCBF29CE484222325;
+    uint64_t m_Value;
 };
 
 }  // namespace
@@ -55,14 +56,14 @@ bool TagStack::IsThere(int32_t top, std::string_view name) {
         m_IsCounting = true;
         for (int32_t at = top; at != m_Bottom; at = m_Positions[at].parent) Count(at, 1);
     }
-    NameHash hash{m_IgnoresCase};
+    NameHash hash{m_Seed, m_IgnoresCase};
     for (const char character : name) hash.Add(character);
     const auto found = m_Counts.find(hash.Value());
     return found != m_Counts.end() && found->second != 0;
 }
 
 void TagStack::Count(int32_t position, int32_t change) {
-    NameHash hash{m_IgnoresCase};
+    NameHash hash{m_Seed, m_IgnoresCase};
     const std::string_view text = TextFromName(position);
     const char* at = text.data();
     do {

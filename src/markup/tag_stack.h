@@ -16,7 +16,11 @@ class TagStack {
     /// `positions` must outlive this.
     TagStack(std::string_view text, bool ignoresCase, const SegmentedPositions& positions,
              int32_t bottom)
-        : m_Text(text), m_IgnoresCase(ignoresCase), m_Positions(positions), m_Bottom(bottom) {}
+        : m_Text(text),
+          m_IgnoresCase(ignoresCase),
+          m_Positions(positions),
+          m_Bottom(bottom),
+          m_Seed(0xCBF29CE484222325 ^ reinterpret_cast<uintptr_t>(text.data())) {}
 
     /// The uppermost element from `top` down that an end tag with this name ends, or 0: whose name is
     /// that, or goes on behind it with one of the characters that end a name in a path.
@@ -34,6 +38,7 @@ class TagStack {
     const bool m_IgnoresCase;
     const SegmentedPositions& m_Positions;
     const int32_t m_Bottom;
+    const uint64_t m_Seed;
     /// How many elements each name ends, by its hash: so that end tags without a start do not make
     /// one look through a deep stack each time. Kept from the first one on that did.
     std::unordered_map<uint64_t, int32_t> m_Counts;

@@ -130,6 +130,8 @@ void ExpectSameElements(const std::string& text, bool ignoresCase) {
     TokenCursor cursor;
     cursor.text = document.GetDocumentText();
     cursor.flags = document.GetDocumentFlags();
+    // Above all elements again, as if there were none yet.
+    const_cast<ElementPosition&>(document.PositionOf(0)).firstChild = 0;
     const int32_t first = MarkupParse{document, 0, cursor}.Run(ScanTagsBySse2);
     ASSERT_EQ(first, count == 0 ? 0 : count + 1);
     ASSERT_EQ(document.GetElementCount(), 2 * count);
