@@ -3,36 +3,12 @@
 #include "markup/slow_reader.h"
 #include "support/fuzz.h"
 
-/// Visits all nodes of all elements, in the order of the text. Gives how many elements there were.
-static int32_t Walk(MarkupDocument& document) {
-    std::string name, value;
-    const char* former = document.GetDocumentText().data();
-    for (int32_t elements = 0;;) {
-        const int32_t type = document.FindNextNode(255);
-        const int32_t parent = document.MainParent();
-        if (type == 0 && parent == 0) return elements;
-        if (type == 0) document.SetPositions(document.GetParentOf(parent), parent, 0);
-        if (type == 0) continue;
-        const std::string_view node = document.GetMarkup();
-        HOLDS(IsPartOf(document.GetDocumentText(), node) && node.data() >= former);
-        former = node.data();
-        HOLDS(document.GetData().size() <= node.size());
-        if (type != kNodeElement) continue;
-        const int32_t element = document.MainPosition();
-        for (int i = 0; i < 4 && document.GetAttributeAt(element, i, name, value); ++i)
-            HOLDS(value.size() <= node.size());
-        document.SetPositions(element, 0, 0);
-        ++elements;
-    }
-}
-
 void Fuzz(std::string_view input) {
-    for (const bool ignoresCase : {false, true}) {
-        MarkupDocument document;
-        document.SetDocumentFlags(ignoresCase ? kMarkupIgnoreCase : 0);
-        document.SetDocumentText(std::string{input});
-        const SlowDocument slow{input, ignoresCase};
-        HOLDS(slow.DifferenceTo(document).empty() && slow.result == document.Result());
-        HOLDS(Walk(document) == document.GetElementCount());
-    }
+    const bool ignoresCase = input.size() % 2 != 0;
+    MarkupDocument document;
+    document.SetDocumentFlags(ignoresCase ? kMarkupIgnoreCase : 0);
+    document.SetDocumentText(std::string{input});
+    const SlowDocument slow{input, ignoresCase};
+    HOLDS(slow.DifferenceTo(document).empty() && slow.result == document.Result());
+    HOLDS(document.IsWellFormed() || !document.Result().empty());
 }

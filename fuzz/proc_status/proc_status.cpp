@@ -3,7 +3,6 @@
 
 #include <map>
 #include <sstream>
-#include <string>
 
 #include "support/fuzz.h"
 

@@ -11,8 +11,7 @@ static void HoldsOrder(CRegistryNode& top) {
         CRegistryNode& node = *nodes.back();
         nodes.pop_back();
         const RecursiveLockGuard hold{node.Lock()};
-        const char* former = nullptr;
-        for (const NameTableEntry& entry : node.Entries()) {
+        for (const char* former = nullptr; const NameTableEntry& entry : node.Entries()) {
             HOLDS(!former || strcmp(former, entry.Name) < 0);
             former = entry.Name;
             if (CRegistryNode* const child = node.FindChild(entry.Name)) nodes.push_back(child);
@@ -23,8 +22,7 @@ static void HoldsOrder(CRegistryNode& top) {
 void Fuzz(std::string_view input) {
     const size_t end = std::min(input.find("---\n"), input.size());
     CRegistryNode node;
-    SlowRegistry slow;
-    for (const auto file : {input.substr(0, end), input.substr(end)}) {
+    for (SlowRegistry slow; const auto file : {input.substr(0, end), input.substr(end)}) {
         HOLDS(ReadText(node, file) == slow.Read(StreamOf(file).get()));
         HoldsOrder(node);
         HOLDS(Written(node) == slow.Text());

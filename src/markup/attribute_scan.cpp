@@ -155,7 +155,7 @@ size_t FindPlain(std::string_view text, size_t begin, std::string_view name) {
         if (place != begin && !kWordBorder.Has(text[place - 1])) continue;
         if (end != text.size() && !kWordBorder.Has(text[end])) continue;
         const bool isWhole = end == text.size() || attributeNameEnd.Has(text[end]);
-        const bool isFirst = place - begin == 1 && whiteSpace.Has(text[begin]);
+        const bool isFirst = place == begin || (place == begin + 1 && whiteSpace.Has(text[begin]));
         return isWhole && (isFirst || IsBehindValue(text, begin, place)) ? place : kNone;
     }
 }

@@ -291,6 +291,8 @@ TEST(DecodeText, IsAsTheSlowVersion) {
         ASSERT_EQ(DecodeText(text, 0), SlowDecode(text, false, false)) << text;
         ASSERT_EQ(DecodeText(text, kMarkupTrim), SlowDecode(text, true, false)) << text;
         ASSERT_EQ(DecodeText(text, kMarkupCollapse), SlowDecode(text, false, true)) << text;
+        ASSERT_EQ(DecodeText(text, kMarkupTrim | kMarkupCollapse), SlowDecode(text, true, true))
+            << text;
     }
 }
 

@@ -157,6 +157,49 @@ TEST(MarkupDocument, KeepsTheOptionsAndNoOtherFlags) {
     EXPECT_EQ(document.GetDocumentFlags(), 0U);
 }
 
+TEST(MarkupDocument, HasTheseBitsForItsFlags) {
+    EXPECT_EQ(kMarkupChanged, 0x0002U);
+    EXPECT_EQ(kMarkupIgnoreCase, 0x0008U);
+    EXPECT_EQ(kMarkupReadMode, 0x0010U);
+    EXPECT_EQ(kMarkupWriteMode, 0x0020U);
+    EXPECT_EQ(kMarkupTrim, 0x0100U);
+    EXPECT_EQ(kMarkupCollapse, 0x0200U);
+}
+
+TEST(MarkupDocument, MovesWithItsPositions) {
+    MarkupDocument document{kShop};
+    document.SetDocumentFlags(kMarkupTrim);
+    ASSERT_TRUE(document.FindChild("note"));
+    document.SavePosition("note");
+    MarkupDocument other{std::move(document)};
+    EXPECT_EQ(other.GetDocumentText(), kShop);
+    EXPECT_EQ(other.GetDocumentFlags(), kMarkupTrim);
+    EXPECT_EQ(PositionsOf(other), Positions(0, kRoot, kNote));
+    other.ResetPosition();
+    EXPECT_TRUE(other.RestorePosition("note"));
+    std::vector<MarkupDocument> all;
+    all.push_back(std::move(other));
+    all.emplace_back("<a/>");
+    EXPECT_EQ(all[0].GetChildAttribute("id"), "3");
+    all[0] = std::move(all[1]);
+    EXPECT_EQ(all[0].GetDocumentText(), "<a/>");
+    EXPECT_TRUE(all[0].FindSibling("a"));
+    EXPECT_FALSE(all[0].RestorePosition("note"));
+}
+
+TEST(MarkupDocument, IsEmptyWhenItWasMoved) {
+    MarkupDocument document{kShop};
+    ASSERT_TRUE(document.FindChild("note"));
+    const MarkupDocument other{std::move(document)};
+    // NOLINTBEGIN(bugprone-use-after-move): what is left is told.
+    EXPECT_EQ(document.GetDocumentText(), "");
+    EXPECT_EQ(document.GetElementCount(), 0);
+    EXPECT_EQ(PositionsOf(document), Positions(0, 0, 0));
+    EXPECT_FALSE(document.EnterChild());
+    EXPECT_TRUE(document.SetDocumentText("<a/>"));
+    // NOLINTEND(bugprone-use-after-move)
+}
+
 // --- Siblings and children -----------------------------------------------------------------------
 
 TEST(FindSibling, GoesFromElementToElement) {
@@ -362,6 +405,43 @@ TEST(FindChild, FindsAnElementAnywhereBehindTheChild) {
     EXPECT_EQ(PositionsOf(document), Positions(kRoot, kItem4, kPart3));
     EXPECT_FALSE(document.FindChild("//part"));
     EXPECT_EQ(PositionsOf(document), Positions(kRoot, kItem4, kPart3));
+}
+
+TEST(FindChild, GoesOnAnywhereBehindAChildAtTheTop) {
+    MarkupDocument document{"<a/><b/><c><b/></c><b/>"};
+    EXPECT_EQ(Children(document, "//b"), Found({2, 4, 5}));
+    EXPECT_EQ(PositionsOf(document), Positions(0, 0, 5));
+}
+
+TEST(FindChild, BeginsInTheFirstElementBehindAnAbsolutePathToTheTop) {
+    MarkupDocument document{"<a><x/></a><b><y/></b>"};
+    ASSERT_TRUE(document.FindChild("/b"));
+    EXPECT_EQ(PositionsOf(document), Positions(0, 0, 3));
+    ASSERT_TRUE(document.FindChild());
+    EXPECT_EQ(PositionsOf(document), Positions(0, 1, 2));
+}
+
+TEST(Find, LeavesANodeThatIsNoElement) {
+    MarkupDocument document{"<a>x<b/></a>"};
+    document.SetPositions(0, 1, 0);
+    document.SavePosition("a");
+    const auto goToText = [&document] {
+        document.SetPositions(1, 0, 0);
+        ASSERT_EQ(document.FindNextNode(kNodeText), kNodeText);
+    };
+    const auto expectElement = [&document](std::string_view markup) {
+        EXPECT_EQ(document.GetNodeType(), kNodeElement);
+        EXPECT_EQ(document.GetMarkup(), markup);
+    };
+    goToText();
+    ASSERT_TRUE(document.FindSibling("b"));
+    expectElement("<b/>");
+    goToText();
+    ASSERT_TRUE(document.FindChild("/a/b"));
+    expectElement("<a>x<b/></a>");
+    goToText();
+    ASSERT_TRUE(document.RestorePosition("a"));
+    expectElement("<a>x<b/></a>");
 }
 
 TEST(Find, FailsWithoutAnyMovement) {
@@ -636,6 +716,13 @@ TEST(GetNodeName, IsTheFirstWordOfTheNode) {
         {"<?a?>", "a"},
         {"<!DOCTYPE a>", "DOCTYPE"},
         {"<!D>", "D"},
+        {"<!D\"x\">", "D"},
+        {"<!D!x>", "D"},
+        {"<?a=b?>", "a"},
+        {"<?a;b?>", "a"},
+        {"<?a\\b?>", "a"},
+        // An element's name is what its end tag has too.
+        {"<a;b=c/>", "a;b=c"},
         {"</a >", "a"},
         {"</>", ""},
         {"<?>", ""},
@@ -723,6 +810,35 @@ TEST(GetAttribute, IsTheDecodedValue) {
     EXPECT_EQ(document.GetChildAttribute("a"), "");
 }
 
+TEST(GetAttribute, FollowsTheOptionsOfTheDocument) {
+    MarkupDocument document{"<?i a=' x\t y '?><r a=' x\t y '><s a=' x\t y '/></r>"};
+    const std::pair<uint32_t, const char*> rows[] = {
+        {0, " x\t y "}, {kMarkupTrim, "x\t y"}, {kMarkupCollapse, "x y"}};
+    for (const auto& [options, value] : rows) {
+        document.SetDocumentFlags(options);
+        document.ResetPosition();
+        ASSERT_EQ(document.FindNextNode(255), kNodeInstruction);
+        EXPECT_EQ(document.GetAttribute("a"), value);
+        ASSERT_TRUE(document.FindChild("s"));
+        EXPECT_EQ(document.GetAttribute("a"), value);
+        EXPECT_EQ(document.GetChildAttribute("a"), value);
+        std::string name, found;
+        ASSERT_TRUE(document.GetAttributeAt(2, 0, name, found));
+        EXPECT_EQ(found, value);
+    }
+}
+
+TEST(HasAttribute, IsOfTheCurrentElementOrInstruction) {
+    MarkupDocument document{"<?i a='1'?><r b='2'>x</r>"};
+    EXPECT_FALSE(document.HasAttribute("a"));
+    ASSERT_EQ(document.FindNextNode(255), kNodeInstruction);
+    EXPECT_TRUE(document.HasAttribute("a"));
+    EXPECT_FALSE(document.HasAttribute("b"));
+    ASSERT_EQ(document.FindNextNode(kNodeElement), kNodeElement);
+    EXPECT_TRUE(document.HasAttribute("b"));
+    EXPECT_FALSE(document.HasAttribute("a"));
+}
+
 TEST(GetAttribute, OfTheChildIsThatOfTheChild) {
     MarkupDocument document{"<r a='1'><b a='2'/></r>"};
     ASSERT_TRUE(document.FindChild());
@@ -797,4 +913,6 @@ TEST(GetNameOf, IsThatOfAnyElement) {
     EXPECT_EQ(document.GetNameOf(2), "b");
     EXPECT_EQ(document.GetParentOf(2), 1);
     EXPECT_EQ(document.GetParentOf(1), 0);
+    EXPECT_EQ(document.GetParentOf(0), 0);
+    EXPECT_EQ(MarkupDocument{}.GetParentOf(0), 0);
 }

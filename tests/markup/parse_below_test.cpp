@@ -99,17 +99,12 @@ TEST_P(EachScan, PutsWhatHasNoEndBehindTheElementsOfTheParent) {
 TEST_P(EachScan, DoesNotEndTheParentByAnEndTag) {
     MarkupDocument document{"<a><b/></a><c/>"};
     EXPECT_EQ(ParseBelow(document, 1, 7, 15, GetParam()), 4);
-    EXPECT_EQ(document.Result(),
-              "<lone_end_tag tagname=\"a\" offset=\"7\"/>"
-              "<root_has_sibling/>")
-        << document.Result();
+    EXPECT_EQ(document.Result(), "<root_has_sibling/><lone_end_tag tagname=\"a\" offset=\"7\"/>");
     EXPECT_THAT(ChildrenOf(document, 1), ElementsAre(2, 4));
 }
 
 TEST_P(EachScan, GrowsBehindADocumentWithoutElements) {
-    MarkupDocument document{"x<b"};
-    EXPECT_EQ(document.GetElementCount(), 0);
-    document = MarkupDocument{"text"};
+    MarkupDocument document{"text"};
     const std::string all = "<a/><a/><a/><a/><a/><a/><a/><a/><a/>";
     TokenCursor cursor{.text = all};
     EXPECT_EQ((MarkupParse{document, 0, cursor}.Run(GetParam())), 1);

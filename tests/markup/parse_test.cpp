@@ -343,6 +343,14 @@ TEST(ParseDocument, AddsOneMoreRecordToAResultOfOneByteLess) {
     }
 }
 
+TEST(ParseDocument, AddsTheRecordsOfOneFaultTogether) {
+    const std::string name(kResultLimit - 1 - 37, 'n');
+    const MarkupDocument document{"</" + name + "><1"};
+    EXPECT_EQ(document.Result(), Lone(name, 0) + Fault("first_tag_syntax", name.size() + 4) +
+                                     "<unterminated_tag_syntax type=\"tag\" offset=\"" +
+                                     std::to_string(name.size() + 3) + "\"/>");
+}
+
 TEST(ParseDocument, LimitsTheRecordsOfUnendedElementsAndOfFaultsToo) {
     EXPECT_LT(MarkupDocument{Repeated("<a>", 1000)}.Result().size(), 2 * kResultLimit);
     EXPECT_LT(MarkupDocument{Repeated("<1>", 1000)}.Result().size(), 2 * kResultLimit);
