@@ -103,6 +103,12 @@ TEST(EscapeText, EscapesWhatIsNoReferenceWithTheFlag) {
     }
 }
 
+TEST(EscapeText, TakesMemoryOnceForATextThatNeedsLittle) {
+    const std::string text(1000, 'x');
+    EXPECT_EQ(EscapeText(text, 0).capacity(), 1107U);
+    EXPECT_EQ(DecodeText("&lt;" + text, 0).capacity(), 1004U);
+}
+
 TEST(EscapeText, TakesBothFlags) {
     EXPECT_EQ(EscapeText("\"&lt;&'", kEscapeQuotes | kEscapeKeepReferences),
               "&quot;&lt;&amp;&apos;");

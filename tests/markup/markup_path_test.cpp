@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include "support/at_page_end.h"
+#include "support/every_prefix.h"
+
 using Type = MarkupPath::Type;
 
 namespace {
@@ -99,6 +102,14 @@ TEST(MarkupPath, MayEndInAnAttribute) {
         {"/a[2]/@b", "2 a[2] /@b"}, {"*/@x:y", "1 * /@x:y"},
     };
     for (const auto& [text, shown] : rows) EXPECT_EQ(Shown(text), shown) << text;
+}
+
+TEST(MarkupPath, NeverLooksBeyondTheText) {
+    EveryPrefix("/a[2]/*[@b='c']/d[@e=\"f\"]/g[@h]/i[@j=k]/@l", [](std::string_view text) {
+        const AtPageEnd path{std::string{text} + '\0'};
+        const MarkupPath read{path.Text().data()};
+        for (int place = 0; place < read.Size(); ++place) (void)read.Segment(place);
+    });
 }
 
 TEST(MarkupPath, IsInvalidInAllOtherForms) {

@@ -6,6 +6,7 @@
 
 #include <fstream>
 
+#include "support/every_prefix.h"
 #include "trace/open_debug.h"
 #include "zornctl/healthy_host.h"
 #include "zornctl/system/child.h"
@@ -396,6 +397,24 @@ TEST(ParseLoadProblem, TellsWhyTheLibraryItselfIsNone) {
                                   "(file too short): ignored.\n"),
         "ERROR: ld.so: object '/l.so' from --preload cannot be preloaded (file too short): "
         "ignored.");
+}
+
+TEST(ParseLoadProblem, NeverLooksBeyondTheText) {
+    EveryPrefix(
+        "/l.so: version `X' not found\n\tlibx.so.1 => not found\nundefined symbol: x\t(/l.so)",
+        [](std::string_view text) { (void)zornctl::ParseLoadProblem(text); });
+}
+
+TEST(ParseProcessName, NeverLooksBeyondTheText) {
+    EveryPrefix("12 (a) (b)) S 1 (c)", [](std::string_view text) {
+        EXPECT_LE(zornctl::ParseProcessName(text).size(), text.size());
+    });
+}
+
+TEST(IsOfRoot, NeverLooksBeyondTheText) {
+    EveryPrefix("Name:\tzorn\nUid:\t0\t0\t0\t0\nGid:\t7", [](std::string_view text) {
+        EXPECT_TRUE(!zornctl::IsOfRoot(text) || text.size() > 16);
+    });
 }
 
 TEST(IsOfRoot, AsksForBothTheRealAndTheEffectiveUser) {

@@ -27,9 +27,9 @@ TEST(SystemFailure, HasOneOfItsOwnForWhatIsCommon) {
         const char* remedy;
     } rows[] = {
         {ENOENT, ExitStatus::kNotFound,
-         "look at the name; zornctl check-config tells where the service writes"},
+         "look at the name"},
         {ENOTDIR, ExitStatus::kNotFound,
-         "look at the name; zornctl check-config tells where the service writes"},
+         "look at the name"},
         {EACCES, ExitStatus::kNoAccess, "run zornctl as root"},
         {EISDIR, ExitStatus::kNoAccess, "name a file in it"},
         {ENOSPC, ExitStatus::kNoAccess, "make room on its file system"},

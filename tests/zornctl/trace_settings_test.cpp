@@ -9,6 +9,7 @@
 #include <fstream>
 #include <random>
 
+#include "support/every_prefix.h"
 #include "support/fake_host.h"
 #include "support/libc_fault.h"
 #include "trace/open_debug.h"
@@ -418,6 +419,11 @@ TEST(TraceSettings, ShowTheSizeOfTheRingThatApplies) {
         EXPECT_EQ(Find(settings, "ring_factor").value, "1") << text;
         EXPECT_EQ(Find(settings, "ring_weight").value, "1") << text;
     }
+}
+
+TEST(ParseEnvironment, NeverLooksBeyondTheText) {
+    EveryPrefix(std::string_view{"A=1\0=\0B\0A=2\0C=", 15},
+                [](std::string_view text) { (void)ParseEnvironment(text); });
 }
 
 TEST(ParseEnvironment, KeepsTheFirstOfTwoAndSkipsWhatIsNone) {

@@ -149,10 +149,9 @@ std::vector<int32_t> Find(MarkupDocument& document, const std::string& path, boo
     return {document.MainPosition()};
 }
 
-std::string ValueAt(MarkupDocument& document, int32_t position, std::string_view attribute) {
+std::string ValueAt(const MarkupDocument& document, int32_t position, std::string_view attribute) {
     if (!attribute.empty()) return document.GetAttribute(position, attribute);
-    document.SetPositions(document.GetParentOf(position), position, 0);
-    return document.GetData();
+    return document.GetDataOf(position);
 }
 
 ordered_json JsonOf(const MarkupDocument& document, int32_t position, const std::string& value,

@@ -12,7 +12,7 @@ std::string RemedyOf(int error) {
     switch (error) {
         case ENOENT:
         case ENOTDIR:
-            return "look at the name; zornctl check-config tells where the service writes";
+            return "look at the name";
         case EACCES:
         case EPERM:
             return "run zornctl as root";
