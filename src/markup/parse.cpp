@@ -54,8 +54,8 @@ MARKUP_ISA uint32_t Equal32(const char* bytes, char character) {
 
 namespace avx2 {
 
-#define MARKUP_SCAN __attribute__((target("avx2,bmi")))
-#define MARKUP_ISA __attribute__((target("avx2,bmi"), always_inline)) inline
+#define MARKUP_SCAN __attribute__((target("avx2,bmi,bmi2")))
+#define MARKUP_ISA __attribute__((target("avx2,bmi,bmi2"), always_inline)) inline
 
 struct Bytes64 {
     __m256i parts[2];
@@ -98,7 +98,8 @@ void ScanTagsByAvx2(MarkupParse& parse, size_t place) {
 }
 
 TagScan FastestTagScan() {
-    const bool hasAvx2 = __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0;
+    const bool hasAvx2 = __builtin_cpu_supports("avx2") != 0 &&
+                         __builtin_cpu_supports("bmi") != 0 && __builtin_cpu_supports("bmi2") != 0;
     return hasAvx2 ? ScanTagsByAvx2 : ScanTagsBySse2;
 }
 
@@ -140,6 +141,8 @@ MarkupParse::Edge MarkupParse::EdgeAt(Edge edge) const {
     }
     edge.open = &m_Positions[edge.parent];
     edge.link = edge.last != 0 ? &m_Positions[edge.last].nextSibling : &edge.open->firstChild;
+    edge.levelFlags = ((edge.open->levelFlags + 1) & kElementDepth) |
+                      (edge.last == 0 ? kElementFirstSibling : 0);
     return edge;
 }
 

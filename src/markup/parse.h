@@ -45,6 +45,7 @@ class MarkupParse {
         int32_t next = 0;                   ///< position of `record`
         int32_t parent = 0;                 ///< position of `open`
         int32_t last = 0;                   ///< its last child, or 0
+        uint32_t levelFlags = 0;            ///< of the next element
     };
     [[nodiscard]] Edge GetEdge() const { return m_Edge; }
     void SetEdge(const Edge& edge) { m_Edge = edge; }
@@ -58,16 +59,20 @@ class MarkupParse {
         element.start = static_cast<int32_t>(start);
         element.length = static_cast<int32_t>(length);
         element.tagLengths = static_cast<uint32_t>(length) & ElementPosition::kStartTagMask;
-        element.levelFlags = ((edge.open->levelFlags + 1) & kElementDepth) |
-                             (isEmpty ? kElementEmpty : 0) |
-                             (edge.last == 0 ? kElementFirstSibling : 0);
+        element.levelFlags = edge.levelFlags | (isEmpty ? kElementEmpty : 0);
         element.parent = edge.parent;
         element.firstChild = 0;
         element.nextSibling = 0;
-        element.previousSibling = edge.last == 0 ? position : edge.last;
-        edge.last = isEmpty ? position : 0;
-        edge.link = isEmpty ? &element.nextSibling : &element.firstChild;
-        if (isEmpty) return;
+        element.previousSibling = edge.last;  // of the first one the last, once that is known
+        if (isEmpty) {
+            edge.last = position;
+            edge.link = &element.nextSibling;
+            edge.levelFlags &= kElementDepth;
+            return;
+        }
+        edge.last = 0;
+        edge.link = &element.firstChild;
+        edge.levelFlags = ((edge.levelFlags + 1) & kElementDepth) | kElementFirstSibling;
         edge.parent = position;
         edge.open = &element;
         if (m_Stack.IsCounting()) m_Stack.Count(position, 1);
@@ -85,6 +90,7 @@ class MarkupParse {
         edge.open = &RecordAt(element, edge.parent, element.parent);
         edge.last = std::exchange(edge.parent, element.parent);
         edge.link = &element.nextSibling;
+        edge.levelFlags = (edge.levelFlags - 1) & kElementDepth;
     }
 
     /// Whether there is an open element.

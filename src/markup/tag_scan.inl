@@ -1,46 +1,52 @@
 // The scan of a text for tags, compiled once for each instruction set: MARKUP_ISA is its attribute, and
 // Bytes64, which looks at 64 bytes at a time, is defined in front of the include.
 
-/// The structural characters of a text, a bit each, for the 64 bytes at hand.
+/// The structural characters of a text, a bit each, for the 64 bytes at hand: what has been passed has none
+/// any more.
 class Structure {
   public:
-    MARKUP_ISA explicit Structure(std::string_view text) : m_Text(text) { Load(0); }
-
-    /// The first "<" from `from` on; the size of the text if there is none.
-    MARKUP_ISA size_t NextTag(size_t from) {
-        if (from - m_Begin < 64) {
-            const uint64_t tags = m_Tags >> (from - m_Begin);
-            if (tags != 0) return from + CountZeros(tags);
-            from = m_Begin + 64;
-        }
-        size_t begin = from & ~size_t{63};
-        uint64_t tags = 0;
-        for (; begin + 64 <= m_Text.size(); begin += 64) {
-            tags = Bytes64{m_Text.data() + begin}.Equal('<');
-            if (begin < from) tags &= ~uint64_t{0} << (from - begin);
-            if (tags != 0) break;
-        }
-        if (begin >= m_Text.size()) return m_Text.size();
-        Load(begin);
-        if (tags == 0) {
-            tags = m_Tags;
-            if (begin < from) tags &= ~uint64_t{0} << (from - begin);
-            if (tags == 0) return m_Text.size();
-        }
-        return begin + CountZeros(tags);
+    MARKUP_ISA Structure(std::string_view text, size_t place) : m_Text(text) {
+        Load(place & ~size_t{63});
+        SkipTo(place);
     }
 
-    /// The first ">" or "=".
-    MARKUP_ISA size_t NextStop(size_t from) {
-        if (from >= m_Text.size()) return m_Text.size();
-        if (from - m_Begin >= 64) Load(from & ~size_t{63});
-        const uint64_t here = m_Stops >> (from - m_Begin);
-        if (here != 0) return from + CountZeros(here);
-        while (m_Begin + 64 < m_Text.size()) {
+    /// The next "<", or the size of the text: what is in front of it is passed.
+    MARKUP_ISA size_t NextTag() {
+        if (m_Tags == 0 && !LoadTag()) return m_Text.size();
+        m_Stops &= ~UpToFirst(m_Tags);
+        return m_Begin + CountZeros(m_Tags);
+    }
+
+    /// Whether the next ">" or "=" is among the 64 bytes at hand.
+    [[nodiscard]] MARKUP_ISA bool HasStop() const { return m_Stops != 0; }
+    /// That one.
+    [[nodiscard]] MARKUP_ISA size_t Stop() const { return m_Begin + CountZeros(m_Stops); }
+
+    /// The next ">" or "=", or the size of the text.
+    MARKUP_ISA size_t NextStop() {
+        while (m_Stops == 0) {
+            if (m_Begin + 64 >= m_Text.size()) return m_Text.size();
             Load(m_Begin + 64);
-            if (m_Stops != 0) return m_Begin + CountZeros(m_Stops);
         }
-        return m_Text.size();
+        return Stop();
+    }
+
+    /// Passes that one, and what is in front of it.
+    MARKUP_ISA void PassStop() {
+        m_Tags &= ~UpToFirst(m_Stops);
+        m_Stops &= m_Stops - 1;
+    }
+
+    /// Passes the stops in front of `place`.
+    MARKUP_ISA void SkipStopsTo(size_t place) {
+        if (place - m_Begin >= 64) Load(place & ~size_t{63});
+        m_Stops &= ~uint64_t{0} << (place - m_Begin);
+    }
+
+    /// Passes all in front of `place`.
+    MARKUP_ISA void SkipTo(size_t place) {
+        SkipStopsTo(place);
+        m_Tags &= ~uint64_t{0} << (place - m_Begin);
     }
 
   private:
@@ -52,6 +58,18 @@ class Structure {
     MARKUP_ISA static size_t CountZeros(uint64_t bits) {
         return static_cast<size_t>(__builtin_ctzll(bits));
     }
+    MARKUP_ISA static uint64_t UpToFirst(uint64_t bits) { return bits ^ (bits - 1); }
+
+    /// Takes the next 64 bytes with a "<". False if there are none.
+    MARKUP_ISA bool LoadTag() {
+        size_t begin = m_Begin + 64;
+        while (begin + 64 <= m_Text.size() && Bytes64{m_Text.data() + begin}.Equal('<') == 0) {
+            begin += 64;
+        }
+        if (begin >= m_Text.size()) return false;
+        Load(begin);
+        return m_Tags != 0;
+    }
 
     MARKUP_ISA void Load(size_t begin) {
         m_Begin = begin;
@@ -60,7 +78,7 @@ class Structure {
             return;
         }
         char rest[64] = {};
-        memcpy(rest, m_Text.data() + begin, m_Text.size() - begin);
+        if (begin < m_Text.size()) memcpy(rest, m_Text.data() + begin, m_Text.size() - begin);
         Take(Bytes64{rest});
     }
 
@@ -80,12 +98,11 @@ MARKUP_ISA size_t FindQuote(std::string_view text, size_t from, char quote) {
     return from;
 }
 
-/// The ">" of the start tag whose name begins at `place`, or the size of the text. Tells whether it ends
-/// a value without quotes.
-MARKUP_ISA size_t FindTagEnd(Structure& structure, std::string_view text, size_t place,
-                             bool& isUnquoted) {
+/// The ">" of the start tag at hand, which is the next stop then, or the size of the text. Tells whether it
+/// ends a value without quotes.
+MARKUP_ISA size_t FindTagEnd(Structure& structure, std::string_view text, bool& isUnquoted) {
     for (;;) {
-        place = structure.NextStop(place);
+        size_t place = structure.NextStop();
         if (place == text.size() || text[place] == '>') return place;
         do {
             if (++place == text.size()) return place;
@@ -94,11 +111,12 @@ MARKUP_ISA size_t FindTagEnd(Structure& structure, std::string_view text, size_t
         if (first == '"' || first == '\'') {
             place = FindQuote(text, place + 1, first) + 1;
             if (place > text.size()) return text.size();
-            continue;
+        } else {
+            while (place < text.size() && text[place] != '>' && !whiteSpace.Has(text[place]))
+                ++place;
+            isUnquoted = place < text.size() && text[place] == '>';
         }
-        while (place < text.size() && text[place] != '>' && !whiteSpace.Has(text[place])) ++place;
-        isUnquoted = place < text.size() && text[place] == '>';
-        if (place == text.size() || isUnquoted) return place;
+        structure.SkipStopsTo(place);
     }
 }
 
@@ -120,10 +138,10 @@ MARKUP_ISA bool IsEndOf(const ElementPosition& element, std::string_view text, s
 /// Hands all tags from `place` on to the parse.
 MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
     const std::string_view text = parse.Text();
-    Structure structure{text};
+    Structure structure{text, place};
     MarkupParse::Edge edge = parse.GetEdge();
     for (;;) {
-        const size_t start = structure.NextTag(place);
+        const size_t start = structure.NextTag();
         if (start + 1 >= text.size()) {
             parse.SetEdge(edge);
             if (start < text.size()) parse.TakeToken(start);
@@ -132,26 +150,26 @@ MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
         const char first = text[start + 1];
         if (nameStart.Has(first)) {
             bool isUnquoted = false;
-            const size_t end = FindTagEnd(structure, text, start + 2, isUnquoted);
+            const bool isShort = structure.HasStop() && text[structure.Stop()] == '>';
+            const size_t end = isShort ? structure.Stop() : FindTagEnd(structure, text, isUnquoted);
             if (end < text.size()) {
+                structure.PassStop();
                 const bool isEmpty =
                     text[end - 1] == '/' && (!isUnquoted || beforeEmptySlash.Has(text[end - 2]));
                 parse.Open(edge, start, end + 1 - start, isEmpty);
-                place = end + 1;
                 continue;
             }
         } else if (first == '/') {
-            size_t end = structure.NextStop(start + 2);
-            while (end < text.size() && text[end] == '=') end = structure.NextStop(end + 1);
-            if (end < text.size() && parse.IsOpen(edge) &&
+            const size_t end = structure.HasStop() ? structure.Stop() : structure.NextStop();
+            if (end < text.size() && text[end] == '>' && parse.IsOpen(edge) &&
                 IsEndOf(*edge.open, text, start + 2, end)) {
+                structure.PassStop();
                 parse.Close(edge, start, end + 1);
-                place = end + 1;
                 continue;
             }
         }
         parse.SetEdge(edge);
-        place = parse.TakeToken(start);
+        structure.SkipTo(parse.TakeToken(start));
         edge = parse.GetEdge();
     }
 }
