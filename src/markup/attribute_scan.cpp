@@ -105,29 +105,32 @@ bool FindByWords(TokenCursor& cursor, std::optional<std::string_view> name, int 
 }
 
 bool IsPlain(std::string_view name) {
-    return !name.empty() && kNotInPlainName.FrontOf(name).size() == name.size();
+    return !name.empty() && !kNotInPlainName.IsIn(name);
 }
 
-/// A bit for each of 16 bytes.
-uint32_t Equal16(const char* bytes, char character) {
-    const __m128i part = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(bytes));
-    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(part, _mm_set1_epi8(character))));
+/// Where two characters stand behind each other, a bit for each of 16 places.
+uint32_t FindPair(const char* bytes, __m128i first, __m128i second) {
+    const auto isAt = [](const char* at, __m128i character) {
+        return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(at)), character);
+    };
+    return static_cast<uint32_t>(
+        _mm_movemask_epi8(_mm_and_si128(isAt(bytes, first), isAt(bytes + 1, second))));
 }
 
 /// `text.find(name, from)`, by the last two characters, which names in one tag share least.
 size_t FindBytes(std::string_view text, size_t from, std::string_view name) {
-    const size_t lastOf = name.size() - 1;
-    const size_t nextToLastOf = lastOf - std::min<size_t>(lastOf, 1);
-    if (text.size() < 15 + name.size()) return text.find(name, from);
+    if (name.size() < 2 || text.size() < 31 + name.size()) return text.find(name, from);
+    const size_t pair = name.size() - 2;
+    const __m128i first = _mm_set1_epi8(name[pair]);
+    const __m128i second = _mm_set1_epi8(name[pair + 1]);
     const size_t last = text.size() - name.size();
-    for (size_t place = from; place <= last; place += 16) {
-        const size_t at = std::min(place, last - 15);
-        const char* const bytes = text.data() + at;
-        uint32_t found = Equal16(bytes + nextToLastOf, name[nextToLastOf]) &
-                         Equal16(bytes + lastOf, name[lastOf]);
+    for (size_t place = from; place <= last; place += 32) {
+        const size_t at = std::min(place, last - 31);
+        const char* const bytes = text.data() + at + pair;
+        uint32_t found = FindPair(bytes, first, second) | FindPair(bytes + 16, first, second) << 16;
         for (; found != 0; found &= found - 1) {
             const size_t here = at + static_cast<size_t>(__builtin_ctz(found));
-            if (here >= from && text.substr(here, name.size()) == name) return here;
+            if (here >= from && IsSameBytes(text.substr(here, name.size()), name)) return here;
         }
     }
     return kNone;

@@ -26,6 +26,13 @@ class CharacterClass {
         return text.substr(0, end);
     }
 
+    /// Whether one of them is in the text. Looks at all of it: for short ones.
+    [[nodiscard]] constexpr bool IsIn(std::string_view text) const {
+        bool isIn = false;
+        for (const char character : text) isIn |= Has(character);
+        return isIn;
+    }
+
   private:
     std::array<bool, 256> m_Holds{};
 };

@@ -421,8 +421,10 @@ void MarkupDocument::SetElementFlags(uint32_t value) {
 
 // --- Attributes ----------------------------------------------------------------------------------
 
-/// Stands behind the name of an element's start tag, in a text that ends in front of the tag's end.
+/// Stands behind the name of an element's start tag, in a text that ends in front of the tag's end; in an
+/// empty text for no element.
 TokenCursor MarkupDocument::AttributesOf(int32_t position) const {
+    if (position == 0) return {};
     const ElementPosition& element = PositionOf(position);
     return AttributesIn(element.start, element.StartTagLength(), 1,
                         (element.levelFlags & kElementEmpty) != 0 ? 2 : 1);
@@ -430,26 +432,35 @@ TokenCursor MarkupDocument::AttributesOf(int32_t position) const {
 
 TokenCursor MarkupDocument::AttributesIn(int32_t start, int32_t length, int32_t front,
                                          int32_t back) const {
-    const auto name = static_cast<int32_t>(NameAt(start + front).size());
-    TokenCursor cursor = CursorAt(start + front + name);
+    TokenCursor cursor;
+    cursor.next = start + front + static_cast<int32_t>(NameAt(start + front).size());
     const int32_t end = std::max(start + length - back, cursor.next);
-    cursor.text = cursor.text.substr(0, static_cast<size_t>(end));
+    cursor.text = std::string_view{document}.substr(0, static_cast<size_t>(end));
+    cursor.flags = flags;
     return cursor;
 }
 
-std::string MarkupDocument::ValueIn(TokenCursor cursor, std::string_view name) const {
+TokenCursor MarkupDocument::CurrentAttributes() const {
+    if (nodeType == kNodeInstruction) return AttributesIn(nodeOffset, nodeLength, 2, 2);
+    return AttributesOf(mainPosition);
+}
+
+std::string MarkupDocument::ValueIn(TokenCursor&& cursor, std::string_view name) const {
     AttributeText found;
     if (!FindAttribute(cursor, name, &found)) return {};
     return DecodeText(found.value, flags);
 }
 
-TokenCursor MarkupDocument::CurrentAttributes() const {
-    if (nodeType == kNodeInstruction) return AttributesIn(nodeOffset, nodeLength, 2, 2);
-    return mainPosition != 0 ? AttributesOf(mainPosition) : TokenCursor{};
-}
-
 std::string MarkupDocument::GetAttribute(std::string_view name) const {
     return ValueIn(CurrentAttributes(), name);
+}
+
+std::string MarkupDocument::GetChildAttribute(std::string_view name) const {
+    return ValueIn(AttributesOf(childPosition), name);
+}
+
+std::string MarkupDocument::GetAttribute(int32_t position, std::string_view name) const {
+    return ValueIn(AttributesOf(position), name);
 }
 
 bool MarkupDocument::HasAttribute(std::string_view name) const {
@@ -457,23 +468,14 @@ bool MarkupDocument::HasAttribute(std::string_view name) const {
     return FindAttribute(cursor, name, nullptr);
 }
 
-std::string MarkupDocument::GetChildAttribute(std::string_view name) const {
-    return GetAttribute(childPosition, name);
-}
-
-std::string MarkupDocument::GetAttribute(int32_t position, std::string_view name) const {
-    return position != 0 ? ValueIn(AttributesOf(position), name) : std::string{};
-}
-
 bool MarkupDocument::HasAttribute(int32_t position, std::string_view name) const {
-    if (position == 0) return false;
     TokenCursor cursor = AttributesOf(position);
     return FindAttribute(cursor, name, nullptr);
 }
 
 bool MarkupDocument::GetAttributeAt(int32_t position, int index, std::string& name,
                                     std::string& value) const {
-    if (position == 0 || index < 0) return false;
+    if (index < 0) return false;
     TokenCursor cursor = AttributesOf(position);
     AttributeText found;
     if (!FindAttribute(cursor, nullptr, index, &found)) return false;

@@ -262,5 +262,5 @@ class ZORN_API MarkupDocument {
     [[nodiscard]] TokenCursor AttributesOf(int32_t position) const;
     [[nodiscard]] TokenCursor AttributesIn(int32_t start, int32_t length, int32_t front,
                                            int32_t back) const;
-    [[nodiscard]] std::string ValueIn(TokenCursor cursor, std::string_view name) const;
+    [[nodiscard]] std::string ValueIn(TokenCursor&& cursor, std::string_view name) const;
 };

@@ -141,8 +141,8 @@ MarkupParse::Edge MarkupParse::EdgeAt(Edge edge) const {
     }
     edge.open = &m_Positions[edge.parent];
     edge.link = edge.last != 0 ? &m_Positions[edge.last].nextSibling : &edge.open->firstChild;
-    edge.levelFlags = ((edge.open->levelFlags + 1) & kElementDepth) |
-                      (edge.last == 0 ? kElementFirstSibling : 0);
+    edge.levelFlags =
+        ((edge.open->levelFlags + 1) & kElementDepth) | (edge.last == 0 ? kElementFirstSibling : 0);
     return edge;
 }
 

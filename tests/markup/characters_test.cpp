@@ -51,6 +51,15 @@ TEST(CharacterClass, IsMadeOfTheBytesThatItIsGiven) {
     EXPECT_EQ(MembersOf(CharacterClass{"\xFF"}), "\xFF");
 }
 
+TEST(CharacterClass, FindsItsMembersInATextAndWhatIsInFrontOfThem) {
+    constexpr CharacterClass kEnd{";,"};
+    for (const std::string_view text : {"ab;c,", ";", "ab", ""}) {
+        const size_t place = std::min(text.find_first_of(";,"), text.size());
+        EXPECT_EQ(kEnd.FrontOf(text), text.substr(0, place)) << text;
+        EXPECT_EQ(kEnd.IsIn(text), place < text.size()) << text;
+    }
+}
+
 TEST(Lower, ChangesTheTwentySixCapitalsOnly) {
     for (int byte = 0; byte < 256; ++byte) {
         const auto character = static_cast<char>(byte);
