@@ -1,10 +1,12 @@
-// The example and the table of faults of docs/markup.md.
+// The examples of docs/markup.md and of the header, and the table of faults.
 
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "markup/header_example.h"
 #include "markup/markup_document.h"
 #include "markup/result_text.h"
 #include "support/fenced_block.h"
@@ -12,6 +14,8 @@
 void ReadOrder();  // its code, as it stands there
 
 namespace {
+
+std::vector<std::string> g_Shown;
 
 const std::string kDocument = ZORN_SOURCE_DIR "/docs/markup.md";
 
@@ -23,6 +27,33 @@ std::pair<std::string, std::string> FaultOf(const std::string& line) {
 }
 
 }  // namespace
+
+void Show(const std::string& text) {
+    g_Shown.push_back(text);
+}
+
+void Complain(const std::string& text) {
+    ADD_FAILURE() << text;
+}
+
+TEST(MarkupDocumentation, ShowsInItsHeaderWhatTheCommentsSay) {
+    g_Shown.clear();
+    RunHeaderExample();
+    std::ifstream header{ZORN_SOURCE_DIR "/src/markup/markup_document.h"};
+    std::string line;
+    std::vector<std::string> told;
+    while (std::getline(header, line) && line.find("class ZORN_API") == line.npos) {
+        const size_t comment = line.find("  // \"");
+        if (comment == line.npos) continue;
+        for (size_t open = line.find('"', comment); open != line.npos;) {
+            const size_t close = line.find('"', open + 1);
+            told.push_back(line.substr(open + 1, close - open - 1));
+            open = line.find('"', close + 1);
+        }
+    }
+    EXPECT_EQ(g_Shown, told);
+    EXPECT_EQ(told.size(), 4U);
+}
 
 TEST(MarkupDocumentation, PrintsWhatItSays) {
     testing::internal::CaptureStdout();
