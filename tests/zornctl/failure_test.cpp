@@ -26,10 +26,8 @@ TEST(SystemFailure, HasOneOfItsOwnForWhatIsCommon) {
         ExitStatus status;
         const char* remedy;
     } rows[] = {
-        {ENOENT, ExitStatus::kNotFound,
-         "look at the name"},
-        {ENOTDIR, ExitStatus::kNotFound,
-         "look at the name"},
+        {ENOENT, ExitStatus::kNotFound, "look at the name"},
+        {ENOTDIR, ExitStatus::kNotFound, "look at the name"},
         {EACCES, ExitStatus::kNoAccess, "run zornctl as root"},
         {EISDIR, ExitStatus::kNoAccess, "name a file in it"},
         {ENOSPC, ExitStatus::kNoAccess, "make room on its file system"},

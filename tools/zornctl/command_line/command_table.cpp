@@ -226,10 +226,11 @@ constexpr std::array kCommands{
             "found. Entities, names and attributes are not checked. If a FILE cannot be read, "
             "nothing is told of the others.\n\n"
             "A PATH is names parted by slashes, from the top of the document: list/item or "
-            "/list/item. //item is an item anywhere; it takes one name only. * is any name. A name may "
-            "have one condition: item[2] is the second of its parent, //item[2] of the document, "
-            "item[@id] has an attribute, item[@id='7'] has it with that value. A PATH that ends in /@id shows the value of that attribute of the "
-            "element; an element without it is passed over.\n\n"
+            "/list/item. //item is an item anywhere; it takes one name only. * is any name. A "
+            "name may have one condition: item[2] is the second of its parent, //item[2] of "
+            "the document, item[@id] has an attribute, item[@id='7'] has it with that value. A "
+            "PATH that ends in /@id shows the value of that attribute of the element; an "
+            "element without it is passed over.\n\n"
             "The exit status of check is 1 if a document has a fault, that of get if PATH leads to "
             "nothing; that of both if FILE is missing.",
         .actions = kXmlActions,
