@@ -154,9 +154,12 @@ MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
             const size_t end = isShort ? structure.Stop() : FindTagEnd(structure, text, isUnquoted);
             if (end < text.size()) {
                 structure.PassStop();
-                const bool isEmpty =
-                    text[end - 1] == '/' && (!isUnquoted || beforeEmptySlash.Has(text[end - 2]));
-                parse.Open(edge, start, end + 1 - start, isEmpty);
+                if (text[end - 1] != '/') {
+                    parse.Open(edge, start, end + 1 - start, false);
+                } else {
+                    parse.Open(edge, start, end + 1 - start,
+                               !isUnquoted || beforeEmptySlash.Has(text[end - 2]));
+                }
                 continue;
             }
         } else if (first == '/') {

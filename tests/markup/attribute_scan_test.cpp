@@ -244,6 +244,37 @@ TEST(FindAttribute, FindsByNameWhatAWalkOverAllMeetsFirst) {
     EXPECT_GT(found, 10'000);
 }
 
+TEST(FindAttribute, TellsNamesApartThatDifferInOneByte) {
+    for (size_t length = 1; length < 40; ++length) {
+        const std::string name(length, 'n');
+        for (size_t place = 0; place < length; ++place) {
+            std::string other = name;
+            other[place] = 'm';
+            const std::string text = " a=\"1\" " + other + "=\"2\" " + name + "=\"3\"";
+            EXPECT_EQ(ValueOf(text, name.c_str()), "3") << other;
+            EXPECT_EQ(ValueOf(text, other.c_str()), "2") << other;
+            EXPECT_EQ(ValueOf(" a=\"1\" " + name + "=\"3\"", other.c_str()), std::nullopt) << other;
+        }
+    }
+}
+
+TEST(FindAttribute, FindsNoNameOfSeveralWords) {
+    // Each stands in the text as it is asked for, but not as one word.
+    for (const std::string name : {"b\tc", "b\nc", "b\rc", "b>c", "b?c"}) {
+        const std::string text = " a=\"1\" " + name + "=\"2\"" + std::string(64, ' ');
+        EXPECT_EQ(ValueOf(text, name.c_str()), std::nullopt) << name;
+    }
+    EXPECT_EQ(ValueOf(" a=\"1\" b\"c=\"2\"", "b\"c"), "2");
+    EXPECT_EQ(ValueOf(" a=\"1\" 'b c'=\"2\"", "'b c'"), std::nullopt);
+    // These go on as in a path.
+    EXPECT_EQ(ValueOf(" a=\"1\" b/c=\"2\"", "b/c"), "");
+    EXPECT_EQ(ValueOf(" a=\"1\" b='x'c=\"2\"", "b='x'c"), "x");
+    for (const char* const name : {"b c", "b=c", "b[c", "b]c"}) {
+        EXPECT_EQ(ValueOf(" a=\"1\" b=\"2\"", name), "2") << name;
+    }
+    EXPECT_EQ(ValueOf(" a=\"1\" b=\"2\"", ""), std::nullopt);
+}
+
 TEST(FindAttribute, FindsEachOfManyNames) {
     std::string text;
     for (int i = 0; i < 40; ++i) {
