@@ -47,6 +47,10 @@ TEST(Limits, TheLengthOfAStartTagIsCutAtTwentyTwoBits) {
         EXPECT_EQ(element.length, static_cast<int32_t>(size + 8));
         EXPECT_EQ(document.PositionOf(2).start, static_cast<int32_t>(size));
         EXPECT_TRUE(document.FindSibling("/a/c"));
+        // What the field does not tell is not looked at.
+        const bool isWhole = size < 4 * kMebibyte;
+        EXPECT_EQ(document.GetAttribute(1, "b").size(), isWhole ? size - 8 : 0);
+        EXPECT_EQ(document.HasAttribute(1, "b"), isWhole);
     }
 }
 
@@ -95,6 +99,26 @@ TEST(Limits, TheDepthOfAnElementIsCutAtSixteenBits) {
     }
     EXPECT_TRUE(document.LeaveToParent());
     EXPECT_EQ(document.MainPosition(), 65'536);
+}
+
+TEST(Limits, TheDepthGoesThroughItsLimitAndBack) {
+    constexpr int kDepth = 65'540;
+    std::string text;
+    for (int i = 0; i < kDepth; ++i) text += "<a>";
+    for (int i = 0; i < kDepth - 1; ++i) text += "</a><b/>";
+    const MarkupDocument document{text + "</a>"};
+    ASSERT_TRUE(document.IsWellFormed());
+    ASSERT_EQ(document.GetElementCount(), 2 * kDepth - 1);
+    const auto flagsOf = [&document](int position) {
+        return document.PositionOf(position).levelFlags;
+    };
+    for (const int depth : {1, 2, 65'534, 65'535, 65'536, 65'537, kDepth}) {
+        const auto shown = static_cast<uint32_t>(depth) & 0xFFFF;
+        EXPECT_EQ(flagsOf(depth), shown | kElementFirstSibling) << depth;
+        if (depth == 1) continue;
+        // What follows it: those of the innermost come first.
+        EXPECT_EQ(flagsOf(2 * kDepth - depth + 1), shown | kElementEmpty) << depth;
+    }
 }
 
 TEST(Limits, ADocumentOfTwoGibibytesIsRefusedAndOneOfAByteLessIsTaken) {

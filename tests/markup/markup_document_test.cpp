@@ -167,12 +167,16 @@ TEST(MarkupDocument, HasTheseBitsForItsFlags) {
 }
 
 TEST(MarkupDocument, MovesWithItsPositions) {
-    MarkupDocument document{kShop};
+    MarkupDocument document;
     document.SetDocumentFlags(kMarkupTrim);
+    document.SetDocumentText(std::string{kShop} + "<x/>");
     ASSERT_TRUE(document.FindChild("note"));
     document.SavePosition("note");
+    const std::string result = document.Result();
+    EXPECT_NE(result, "");
     MarkupDocument other{std::move(document)};
-    EXPECT_EQ(other.GetDocumentText(), kShop);
+    EXPECT_EQ(other.Result(), result);
+    EXPECT_EQ(other.GetDocumentText(), std::string{kShop} + "<x/>");
     EXPECT_EQ(other.GetDocumentFlags(), kMarkupTrim);
     EXPECT_EQ(PositionsOf(other), Positions(0, kRoot, kNote));
     other.ResetPosition();
@@ -181,7 +185,12 @@ TEST(MarkupDocument, MovesWithItsPositions) {
     all.push_back(std::move(other));
     all.emplace_back("<a/>");
     EXPECT_EQ(all[0].GetChildAttribute("id"), "3");
+    all[1].SetDocumentText("<a>text</a>");
+    all[1].SetPositions(1, 0, 0);
+    ASSERT_EQ(all[1].FindNextNode(kNodeText), kNodeText);
     all[0] = std::move(all[1]);
+    EXPECT_EQ(all[0].GetMarkup(), "text");
+    all[0].SetDocumentText("<a/>");
     EXPECT_EQ(all[0].GetDocumentText(), "<a/>");
     EXPECT_TRUE(all[0].FindSibling("a"));
     EXPECT_FALSE(all[0].RestorePosition("note"));
@@ -915,4 +924,7 @@ TEST(GetNameOf, IsThatOfAnyElement) {
     EXPECT_EQ(document.GetParentOf(1), 0);
     EXPECT_EQ(document.GetParentOf(0), 0);
     EXPECT_EQ(MarkupDocument{}.GetParentOf(0), 0);
+    EXPECT_EQ(MarkupDocument{}.GetAttribute("a"), "");
+    EXPECT_EQ(MarkupDocument{}.GetChildAttribute("a"), "");
+    EXPECT_FALSE(MarkupDocument{}.HasAttribute("a"));
 }

@@ -133,13 +133,22 @@ TEST_P(EachScan, LeavesFreeRecordsThatItDoesNotNeed) {
     EXPECT_THAT(ChildrenOf(document, 1), ElementsAre(2, 4, 3, 6));
 }
 
+TEST_P(EachScan, TakesFreeRecordsAroundElementsWithoutEnd) {
+    MarkupDocument document{"<a><b><c/><d/></b></a><e><f><g></e><h/>"};
+    RemoveFirst(document, 2);
+    const int32_t before = document.GetElementCount();
+    EXPECT_EQ(ParseBelow(document, 1, 22, 39, GetParam()), 2);
+    EXPECT_THAT(ChildrenOf(document, 1), ElementsAre(2, 9));
+    EXPECT_THAT(ChildrenOf(document, 2), ElementsAre(4, 3));
+    EXPECT_EQ(document.GetElementCount(), before + 4);
+}
+
 TEST(FreeRecords, AreAChainWithTheTopOfTheSubtreeFirst) {
-    MarkupDocument document{"<a><b><c><d/></c><e/></b><f/></a>"};
+    MarkupDocument document{"<a><b><c><d/></c><e><f/></e></b><g/></a>"};
     const ElementPosition former = document.PositionOf(3);
     RemoveFirst(document, 2);
-    std::vector<int32_t> freed;
     FreeRecords records{document};
-    for (const int32_t position : {2, 5, 3, 4}) {
+    for (const int32_t position : {2, 5, 6, 3, 4}) {
         const ElementPosition& record = document.PositionOf(position);
         EXPECT_EQ(record.levelFlags, 0x00020000U);
         EXPECT_EQ(records.Take(), position);
