@@ -105,7 +105,8 @@ bool FindByWords(TokenCursor& cursor, std::optional<std::string_view> name, int 
 }
 
 bool IsPlain(std::string_view name) {
-    return !name.empty() && !kNotInPlainName.IsIn(name);
+    constexpr size_t kLongest = 255;  // names without end would be compared at each place
+    return !name.empty() && name.size() <= kLongest && !kNotInPlainName.IsIn(name);
 }
 
 /// Where two characters stand behind each other, a bit for each of 16 places.

@@ -22,7 +22,8 @@ class MarkupFind::Name {
         memset(&m_HeadBits, 0xFF, count);
     }
 
-    [[nodiscard]] bool IsAny() const { return m_IsAny; }
+    /// Whether no element can have it.
+    [[nodiscard]] bool IsNone() const { return tagNameEnd.IsIn(m_Name); }
 
     /// Whether the element has it. The name in the text ends with its tag at the latest.
     [[nodiscard]] bool IsOf(const ElementPosition& element) const {
@@ -97,6 +98,7 @@ int32_t MarkupFind::Behind(int32_t position) const {
     const PathSegment segment = m_Path.Segment(0);
     const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
     const Condition condition{segment};
+    if (name.IsNone()) return 0;
     uint32_t fitting = 0;
     while ((position = FollowingCalled(position, name)) != 0) {
         if (!condition.IsMet(m_Document, position)) continue;
@@ -117,6 +119,7 @@ int32_t MarkupFind::FollowingCalled(int32_t position, const Name& name) const {
 int32_t MarkupFind::NextFitting(int32_t sibling, const PathSegment& segment) const {
     const Name name{m_Document.document, segment, (m_Document.flags & kMarkupIgnoreCase) != 0};
     const Condition condition{segment};
+    if (name.IsNone()) return 0;
     uint32_t fitting = 0;
     while ((sibling = NextCalled(sibling, name)) != 0) {
         if (condition.IsMet(m_Document, sibling) && ++fitting >= segment.index) return sibling;

@@ -27,6 +27,7 @@ void FreeRecords::AddSubtree(int32_t position) {
         at = element.nextSibling != 0 ? innermost(element.nextSibling) : element.parent;
     }
     Add(position);
+    m_Document.flags |= kMarkupChanged;
     if (m_Document.savedPositions == nullptr) return;
     m_Document.savedPositions->Purge([this](int32_t saved) {
         return (m_Document.PositionOf(saved).levelFlags & kElementFree) != 0;

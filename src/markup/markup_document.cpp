@@ -41,6 +41,7 @@ MarkupDocument& MarkupDocument::operator=(MarkupDocument&& other) noexcept {
     members(*this) =
         std::apply([](auto&... of) { return std::tuple{std::move(of)...}; }, members(other));
     other.Clear();
+    other.flags = 0;
     return *this;
 }
 
@@ -154,11 +155,16 @@ bool MarkupDocument::FindChild(const char* path) {
     if ((flags & kMarkupWriteMode) != 0 || positions == nullptr) return false;
     const MarkupPath wanted{path};
     if (wanted.GetType() == MarkupPath::Type::kInvalid) return false;
-    const bool goesOn = wanted.GetType() == MarkupPath::Type::kAnywhere && childPosition != 0;
-    if (mainPosition == 0 && !goesOn && !FindSibling()) return false;
+    const bool isAnywhere = wanted.GetType() == MarkupPath::Type::kAnywhere;
+    const bool isElsewhere = isAnywhere || wanted.GetType() == MarkupPath::Type::kAbsolute;
+    const bool goesOn = isAnywhere && childPosition != 0;
+    if (mainPosition == 0 && !goesOn && !FindSibling() && !isElsewhere) return false;
     const int32_t next = childPosition != 0 ? PositionOf(childPosition).nextSibling
                                             : PositionOf(mainPosition).firstChild;
-    const int32_t found = FindFrom(wanted, next, childPosition != 0 ? childPosition : mainPosition);
+    const int32_t current = childPosition != 0  ? childPosition
+                            : mainPosition != 0 ? mainPosition
+                                                : mainParent;
+    const int32_t found = FindFrom(wanted, next, current);
     if (found == 0) return false;
     SetChild(found);
     return true;

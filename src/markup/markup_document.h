@@ -67,7 +67,7 @@ class ZORN_API MarkupDocument {
     ~MarkupDocument();
     MarkupDocument(const MarkupDocument&) = delete;
     MarkupDocument& operator=(const MarkupDocument&) = delete;
-    /// The other one is empty then. Views of its text may no longer hold.
+    /// The other one is as newly made then. Views of its text may no longer hold.
     MarkupDocument(MarkupDocument&& other) noexcept;
     MarkupDocument& operator=(MarkupDocument&& other) noexcept;
 
@@ -115,9 +115,9 @@ class ZORN_API MarkupDocument {
     /// Makes the next child of the main position that `path` leads to the child position; its parent is
     /// the main position then, none if it is at the top. False if there is none.
     ///
-    /// Without a main position the first element becomes that before: so after `FindChild("/order")`,
-    /// which is at the top, `FindChild("item")` looks in the first element. "//name" goes on behind a
-    /// child position at the top instead.
+    /// Without a main position the first child of its parent becomes that before: so after
+    /// `FindChild("/order")`, which is at the top, `FindChild("item")` looks in the first element of the
+    /// document. "//name" goes on behind a child position at the top instead.
     bool FindChild(const char* path = nullptr);
 
     /// Makes the child position the main one. False if there is none.
@@ -216,7 +216,7 @@ class ZORN_API MarkupDocument {
     ///
     /// REQUIRES: a position of this document, or 0.
     [[nodiscard]] int32_t GetFollowing(int32_t position) const {
-        // A parse numbers the elements in the order of the text.
+        // The parse of a document numbers its elements in the order of the text.
         if ((flags & kMarkupChanged) != 0) return FollowingByLinks(position);
         return position + 1 < nextUnused ? position + 1 : 0;
     }

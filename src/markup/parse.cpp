@@ -114,6 +114,7 @@ MarkupParse::MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& 
 
 int32_t MarkupParse::Run(TagScan scan) {
     const int32_t before = m_Edge.last;
+    if (m_Parent != 0 || before != 0 || m_TakesFreed) m_Document.flags |= kMarkupChanged;
     scan(*this, static_cast<size_t>(m_Cursor.next));
     EndUnended(m_Parent, static_cast<int64_t>(Text().size()));
     if (!m_TakesFreed) m_Document.nextUnused = m_Edge.next;

@@ -26,7 +26,7 @@ void ScanTagsByAvx2(MarkupParse& parse, size_t place);
 class MarkupParse {
   public:
     /// Below the element at `parent`, behind the elements there, from `cursor.next` to the end of
-    /// `cursor.text`, which is that of the document. Free records are used first.
+    /// `cursor.text`, which begins with the document. Free records are used first.
     MarkupParse(MarkupDocument& document, int32_t parent, TokenCursor& cursor);
 
     /// Gives the first element made, 0 if there is none. Throws `std::bad_alloc`.

@@ -1,5 +1,9 @@
 #include "markup/tag_stack.h"
 
+#include <sys/auxv.h>
+
+#include <cstring>
+
 #include "markup/characters.h"
 #include "markup/name_compare.h"
 
@@ -8,20 +12,38 @@ namespace {
 /// So many entries are looked at before names are counted.
 constexpr int kShortWay = 16;
 
-/// FNV-1a, a character at a time. It begins with what no document can know: so none can be made whose names
-/// share a hash.
+/// What documents cannot know: the kernel gives it to each process.
+uint64_t ProcessKey() {
+    uint64_t key = 0;
+    const auto random = getauxval(AT_RANDOM);
+    if (random != 0) memcpy(&key, reinterpret_cast<const void*>(random), sizeof key);
+    return key;
+}
+
+/// The polynomial with the characters as coefficients, modulo a prime, at a secret place: any two names of
+/// n bytes share it with a probability of n / 2^61, however they are chosen.
 class NameHash {
   public:
-    NameHash(uint64_t seed, bool ignoresCase) : m_IgnoresCase(ignoresCase), m_Value(seed) {}
+    explicit NameHash(bool ignoresCase) : m_IgnoresCase(ignoresCase) {}
     void Add(char character) {
         if (m_IgnoresCase) character = Lower(character);
-        m_Value = (m_Value ^ static_cast<unsigned char>(character)) * 0x100000001B3;
+        const Wide sum = Wide{m_Value} * Place() + static_cast<unsigned char>(character);
+        m_Value = static_cast<uint64_t>(sum & kPrime) + static_cast<uint64_t>(sum >> 61);
+        if (m_Value >= kPrime) m_Value -= kPrime;
     }
     [[nodiscard]] uint64_t Value() const { return m_Value; }
 
   private:
+    __extension__ using Wide = unsigned __int128;
+    static constexpr uint64_t kPrime = (uint64_t{1} << 61) - 1;
+
     const bool m_IgnoresCase;
-    uint64_t m_Value;
+    uint64_t m_Value = 1;
+
+    static uint64_t Place() {
+        static const uint64_t place = ProcessKey() % kPrime;
+        return place;
+    }
 };
 
 }  // namespace
@@ -56,18 +78,20 @@ bool TagStack::IsThere(int32_t top, std::string_view name) {
         m_IsCounting = true;
         for (int32_t at = top; at != m_Bottom; at = m_Positions[at].parent) Count(at, 1);
     }
-    NameHash hash{m_Seed, m_IgnoresCase};
+    NameHash hash{m_IgnoresCase};
     for (const char character : name) hash.Add(character);
-    const auto found = m_Counts.find(hash.Value());
-    return found != m_Counts.end() && found->second != 0;
+    return m_Counts.contains(hash.Value());
 }
 
 void TagStack::Count(int32_t position, int32_t change) {
-    NameHash hash{m_Seed, m_IgnoresCase};
+    NameHash hash{m_IgnoresCase};
     const std::string_view text = TextFromName(position);
     const char* at = text.data();
     do {
         hash.Add(*at++);
-        if (openNameEnd.Has(*at)) m_Counts[hash.Value()] += change;
+        if (!openNameEnd.Has(*at)) continue;
+        const auto count = m_Counts.try_emplace(hash.Value()).first;
+        count->second += change;
+        if (count->second == 0) m_Counts.erase(count);
     } while (!tagNameEnd.Has(*at));
 }

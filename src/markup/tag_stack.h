@@ -6,8 +6,8 @@
 
 #include "markup/segmented_positions.h"
 
-/// The open elements of a parse, seen by their names: each is the parent of the one above it, so nothing
-/// is kept of them beside their records.
+/// The open elements of a parse, seen by their names: each is the parent of the one above it, so mostly
+/// nothing is kept of them beside their records.
 ///
 /// Thread-safety: one thread.
 class TagStack {
@@ -16,11 +16,7 @@ class TagStack {
     /// `positions` must outlive this.
     TagStack(std::string_view text, bool ignoresCase, const SegmentedPositions& positions,
              int32_t bottom)
-        : m_Text(text),
-          m_IgnoresCase(ignoresCase),
-          m_Positions(positions),
-          m_Bottom(bottom),
-          m_Seed(0xCBF29CE484222325 ^ reinterpret_cast<uintptr_t>(text.data())) {}
+        : m_Text(text), m_IgnoresCase(ignoresCase), m_Positions(positions), m_Bottom(bottom) {}
 
     /// The uppermost element from `top` down that an end tag with this name ends, or 0: whose name is
     /// that, or goes on behind it with one of the characters that end a name in a path.
@@ -38,7 +34,6 @@ class TagStack {
     const bool m_IgnoresCase;
     const SegmentedPositions& m_Positions;
     const int32_t m_Bottom;
-    const uint64_t m_Seed;
     /// How many elements each name ends, by its hash: so that end tags without a start do not make
     /// one look through a deep stack each time. Kept from the first one on that did.
     std::unordered_map<uint64_t, int32_t> m_Counts;

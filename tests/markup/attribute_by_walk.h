@@ -6,8 +6,7 @@
 #include "markup/attribute_scan.h"
 
 /// The first attribute called `name`, as a walk over all of them meets it.
-inline std::optional<AttributeText> AttributeByWalk(std::string_view text, std::string_view name) {
-    TokenCursor cursor{.text = text};
+inline std::optional<AttributeText> AttributeByWalk(TokenCursor& cursor, std::string_view name) {
     AttributeText attribute;
     while (FindAttribute(cursor, nullptr, 0, &attribute)) {
         if (attribute.name == name) return attribute;
@@ -15,14 +14,15 @@ inline std::optional<AttributeText> AttributeByWalk(std::string_view text, std::
     return std::nullopt;
 }
 
-/// Whether a search by name finds the same, and leaves the cursor behind it.
-inline bool FindsAsAWalk(std::string_view text, std::string_view name) {
-    TokenCursor cursor{.text = text};
+/// Whether a search by name from `begin` on finds the same, and leaves the cursor as the walk does.
+inline bool FindsAsAWalk(std::string_view text, std::string_view name, int32_t begin = 0) {
+    TokenCursor cursor{.next = begin, .text = text};
+    TokenCursor walked = cursor;
     AttributeText found;
-    const auto wanted = AttributeByWalk(text, name);
+    const auto wanted = AttributeByWalk(walked, name);
     if (FindAttribute(cursor, name, &found) != wanted.has_value()) return false;
-    if (!wanted) return static_cast<size_t>(cursor.next) == text.size();
-    return found.name.data() == wanted->name.data() && found.value.data() == wanted->value.data() &&
-           found.value.size() == wanted->value.size() &&
-           cursor.Word().data() == wanted->value.data();
+    if (cursor.next != walked.next || cursor.flags != walked.flags) return false;
+    return !wanted || (found.name.data() == wanted->name.data() && found.name == wanted->name &&
+                       found.value.data() == wanted->value.data() && found.value == wanted->value &&
+                       cursor.Word() == walked.Word());
 }

@@ -237,8 +237,10 @@ TEST(FindAttribute, FindsByNameWhatAWalkOverAllMeetsFirst) {
             text += kPieces[random() % std::size(kPieces)];
         }
         for (const std::string_view name : kNames) {
+            const auto begin = static_cast<int32_t>(random() % (text.size() / 2 + 1));
             ASSERT_TRUE(FindsAsAWalk(text, name)) << text << "|" << name;
-            found += AttributeByWalk(text, name).has_value();
+            ASSERT_TRUE(FindsAsAWalk(text, name, begin)) << text << "|" << name << "|" << begin;
+            found += ValueOf(text, name.data()).has_value();
         }
     }
     EXPECT_GT(found, 10'000);

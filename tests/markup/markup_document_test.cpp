@@ -198,11 +198,13 @@ TEST(MarkupDocument, MovesWithItsPositions) {
 
 TEST(MarkupDocument, IsEmptyWhenItWasMoved) {
     MarkupDocument document{kShop};
+    document.SetDocumentFlags(kMarkupTrim);
     ASSERT_TRUE(document.FindChild("note"));
     const MarkupDocument other{std::move(document)};
     // NOLINTBEGIN(bugprone-use-after-move): what is left is told.
     EXPECT_EQ(document.GetDocumentText(), "");
     EXPECT_EQ(document.GetElementCount(), 0);
+    EXPECT_EQ(document.GetDocumentFlags(), 0U);
     EXPECT_EQ(PositionsOf(document), Positions(0, 0, 0));
     EXPECT_FALSE(document.EnterChild());
     EXPECT_TRUE(document.SetDocumentText("<a/>"));
@@ -420,6 +422,28 @@ TEST(FindChild, GoesOnAnywhereBehindAChildAtTheTop) {
     MarkupDocument document{"<a/><b/><c><b/></c><b/>"};
     EXPECT_EQ(Children(document, "//b"), Found({2, 4, 5}));
     EXPECT_EQ(PositionsOf(document), Positions(0, 0, 5));
+}
+
+TEST(FindChild, FindsFromElsewhereWhereNoElementIs) {
+    MarkupDocument document{"<r><a>text</a><x/></r>"};
+    for (const char* const path : {"/r/x", "//x"}) {
+        document.SetPositions(2, 0, 0);
+        ASSERT_TRUE(document.FindChild(path)) << path;
+        EXPECT_EQ(PositionsOf(document), Positions(0, 1, 3)) << path;
+    }
+    for (const char* const path : {"", "x", "*"}) {
+        document.SetPositions(2, 0, 0);
+        EXPECT_FALSE(document.FindChild(path)) << path;
+    }
+}
+
+TEST(Find, ComparesNamesNoFurtherThanTheyGo) {
+    for (const char* const text : {"<a>b </a>", "<a>x</a>y <b/>", "<a\tb ></a>", "<a\nb></a>"}) {
+        for (const char* const path : {"a>b", "a>x<", "a\tb", "a\nb", "//a>b", "/a\tb", "a\rb"}) {
+            MarkupDocument document{text};
+            EXPECT_FALSE(document.FindSibling(path)) << text << " " << path;
+        }
+    }
 }
 
 TEST(FindChild, BeginsInTheFirstElementBehindAnAbsolutePathToTheTop) {

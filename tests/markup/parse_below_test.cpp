@@ -115,11 +115,15 @@ TEST_P(EachScan, TakesTheRecordsThatWereFreedLastFirst) {
     MarkupDocument document{"<a><b><c/><d/></b><e/></a><f><g/></f><h/><i/>"};
     RemoveFirst(document, 2);
     EXPECT_EQ(document.GetElementCount(), 6);
+    EXPECT_EQ(document.GetFollowing(1), 5);
     EXPECT_EQ(ParseBelow(document, 1, 26, 45, GetParam()), 2);
     // Those of <b>, <d> and <c>, then a new one.
     EXPECT_THAT(ChildrenOf(document, 1), ElementsAre(5, 2, 3, 10));
     EXPECT_THAT(ChildrenOf(document, 2), ElementsAre(4));
     EXPECT_EQ(document.GetElementCount(), 10);
+    EXPECT_EQ(document.GetFollowing(5), 2);
+    EXPECT_EQ(document.GetFollowing(2), 4);
+    EXPECT_EQ(document.GetFollowing(4), 3);
 }
 
 TEST_P(EachScan, LeavesFreeRecordsThatItDoesNotNeed) {

@@ -468,6 +468,7 @@ TEST(ParseDocument, TakesTimeInProportionToTheTextHoweverBrokenItIs) {
         {"<a><b><c></a>"},
         {"<a><b></c></a>"},
         {"<a><b></b>", "</c>"},
+        {"<a>", "</c>", "<b><d></b>", "</d>"},
         {"<a/>"},
         {"<"},
         {">"},
