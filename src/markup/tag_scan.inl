@@ -135,6 +135,35 @@ MARKUP_ISA bool IsEndOf(const ElementPosition& element, std::string_view text, s
     return (~same & ((1U << length) - 1)) == 0;
 }
 
+/// Opens the element whose start tag is at `start`. False, and nothing has changed, if it has no end.
+MARKUP_ISA bool TakeStartTag(MarkupParse& parse, MarkupParse::Edge& edge, Structure& structure,
+                             std::string_view text, size_t start) {
+    bool isUnquoted = false;
+    const bool isShort = structure.HasStop() && text[structure.Stop()] == '>';
+    const size_t end = isShort ? structure.Stop() : FindTagEnd(structure, text, isUnquoted);
+    if (end >= text.size()) return false;
+    structure.PassStop();
+    if (text[end - 1] != '/') {
+        parse.Open(edge, start, end + 1 - start, false);
+    } else {
+        parse.Open(edge, start, end + 1 - start,
+                   !isUnquoted || beforeEmptySlash.Has(text[end - 2]));
+    }
+    return true;
+}
+
+/// Closes the innermost open element by the end tag at `start`. False, and nothing has changed, if that is not
+/// its own.
+MARKUP_ISA bool TakeEndTag(MarkupParse& parse, MarkupParse::Edge& edge, Structure& structure,
+                           std::string_view text, size_t start) {
+    const size_t end = structure.HasStop() ? structure.Stop() : structure.NextStop();
+    if (end >= text.size() || text[end] != '>' || !parse.IsOpen(edge)) return false;
+    if (!IsEndOf(*edge.open, text, start + 2, end)) return false;
+    structure.PassStop();
+    parse.Close(edge, start, end + 1);
+    return true;
+}
+
 /// Hands all tags from `place` on to the parse.
 MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
     const std::string_view text = parse.Text();
@@ -149,27 +178,9 @@ MARKUP_SCAN void ScanTags(MarkupParse& parse, size_t place) {
         }
         const char first = text[start + 1];
         if (nameStart.Has(first)) {
-            bool isUnquoted = false;
-            const bool isShort = structure.HasStop() && text[structure.Stop()] == '>';
-            const size_t end = isShort ? structure.Stop() : FindTagEnd(structure, text, isUnquoted);
-            if (end < text.size()) {
-                structure.PassStop();
-                if (text[end - 1] != '/') {
-                    parse.Open(edge, start, end + 1 - start, false);
-                } else {
-                    parse.Open(edge, start, end + 1 - start,
-                               !isUnquoted || beforeEmptySlash.Has(text[end - 2]));
-                }
-                continue;
-            }
+            if (TakeStartTag(parse, edge, structure, text, start)) continue;
         } else if (first == '/') {
-            const size_t end = structure.HasStop() ? structure.Stop() : structure.NextStop();
-            if (end < text.size() && text[end] == '>' && parse.IsOpen(edge) &&
-                IsEndOf(*edge.open, text, start + 2, end)) {
-                structure.PassStop();
-                parse.Close(edge, start, end + 1);
-                continue;
-            }
+            if (TakeEndTag(parse, edge, structure, text, start)) continue;
         }
         parse.SetEdge(edge);
         structure.SkipTo(parse.TakeToken(start));
