@@ -3,6 +3,7 @@
 
 #include <map>
 #include <sstream>
+#include <string>
 
 #include "support/fuzz.h"
 
@@ -18,8 +19,7 @@ static std::optional<uint64_t> ReadByStreams(std::string_view text, std::string_
         uint64_t number = 0;
         if (words.peek() == '-' || words.peek() == '+' || !(words >> number)) return std::nullopt;
         words >> unit;
-        const auto factor = kFactors.find(unit);
-        return number * (factor != kFactors.end() ? factor->second : 1);
+        return number * (kFactors.contains(unit) ? kFactors.at(unit) : 1);
     }
     return std::nullopt;
 }

@@ -131,7 +131,7 @@ size_t FindBytes(std::string_view text, size_t from, std::string_view name) {
         uint32_t found = FindPair(bytes, first, second) | FindPair(bytes + 16, first, second) << 16;
         for (; found != 0; found &= found - 1) {
             const size_t here = at + static_cast<size_t>(__builtin_ctz(found));
-            if (here >= from && IsSameBytes(text.substr(here, name.size()), name)) return here;
+            if (here >= from && text.substr(here, name.size()) == name) return here;
         }
     }
     return kNone;

@@ -15,13 +15,12 @@ class FreeRecords {
     /// The record that was freed last, 0 if there is none. What it holds is to be set anew.
     [[nodiscard]] int32_t Take();
 
-    /// Puts one back, or adds one.
-    void Add(int32_t position);
-
     /// Frees the records of an element and of all in it, its own as the last one; names of positions that
     /// stood for them are forgotten. The element must no longer be linked with others.
     void AddSubtree(int32_t position);
 
   private:
     MarkupDocument& m_Document;
+
+    void Add(int32_t position);
 };

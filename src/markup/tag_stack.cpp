@@ -24,10 +24,10 @@ uint64_t ProcessKey() {
 /// n bytes share it with a probability of n / 2^61, however they are chosen.
 class NameHash {
   public:
-    explicit NameHash(bool ignoresCase) : m_IgnoresCase(ignoresCase) {}
+    explicit NameHash(bool ignoresCase) : m_IgnoresCase(ignoresCase), m_Place(SecretPlace()) {}
     void Add(char character) {
         if (m_IgnoresCase) character = Lower(character);
-        const Wide sum = Wide{m_Value} * Place() + static_cast<unsigned char>(character);
+        const Wide sum = Wide{m_Value} * m_Place + static_cast<unsigned char>(character);
         m_Value = static_cast<uint64_t>(sum & kPrime) + static_cast<uint64_t>(sum >> 61);
         if (m_Value >= kPrime) m_Value -= kPrime;
     }
@@ -38,9 +38,10 @@ class NameHash {
     static constexpr uint64_t kPrime = (uint64_t{1} << 61) - 1;
 
     const bool m_IgnoresCase;
+    const uint64_t m_Place;
     uint64_t m_Value = 1;
 
-    static uint64_t Place() {
+    static uint64_t SecretPlace() {
         static const uint64_t place = ProcessKey() % kPrime;
         return place;
     }

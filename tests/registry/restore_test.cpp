@@ -195,22 +195,27 @@ TEST(SetupTree, ThatIsForcedAndFailsKeepsTheTree) {
 }
 
 TEST(SetupTree, SetsTheHivesThatTheFileHas) {
-    RegistryHost host{
-        "[HKEY_LOCAL_MACHINE]\na=d=1\n\n[HKEY_CLASSES_ROOT]\n\n[HKEY_CURRENT_CONFIG]\n\n"
-        "[HKEY_CURRENT_USER]\n\n[OTHER]\n\n\n"};
-    host.Run([] {
-        CRegistry root;
-        EXPECT_EQ(root.Open("", nullptr, 0), 0);
-        const std::pair<int, const char*> there[] = {{kHiveLocalMachine, "HKEY_LOCAL_MACHINE"},
-                                                     {kHiveCurrentUser, "HKEY_CURRENT_USER"},
-                                                     {kHiveClassesRoot, "HKEY_CLASSES_ROOT"},
-                                                     {kHiveCurrentConfig, "HKEY_CURRENT_CONFIG"}};
-        for (const auto& [hive, name] : there) {
-            EXPECT_NE(CRegistry::MHives[hive], nullptr) << name;
-            EXPECT_EQ(CRegistry::MHives[hive], root.Key()->FindChild(name)) << name;
+    constexpr std::pair<int, const char*> kHives[] = {{kHiveLocalMachine, "HKEY_LOCAL_MACHINE"},
+                                                      {kHiveCurrentUser, "HKEY_CURRENT_USER"},
+                                                      {kHiveUsers, "HKEY_USERS"},
+                                                      {kHiveClassesRoot, "HKEY_CLASSES_ROOT"},
+                                                      {kHiveCurrentConfig, "HKEY_CURRENT_CONFIG"}};
+    for (const auto& [missing, missingName] : kHives) {
+        SCOPED_TRACE(missingName);
+        std::string text;
+        for (const auto& [hive, name] : kHives) {
+            if (hive != missing) text += "[" + std::string{name} + "]\na=d=1\n\n";
         }
-        EXPECT_EQ(CRegistry::MHives[kHiveUsers], nullptr);
-    });
+        RegistryHost host{text + "[OTHER]\n\n\n"};
+        host.Run([&kHives, missing = missing] {
+            CRegistry root;
+            EXPECT_EQ(root.Open("", nullptr, 0), 0);
+            for (const auto& [hive, name] : kHives) {
+                EXPECT_EQ(CRegistry::MHives[hive] != nullptr, hive != missing) << name;
+                EXPECT_EQ(CRegistry::MHives[hive], root.Key()->FindChild(name)) << name;
+            }
+        });
+    }
 }
 
 TEST(SetupTree, AFileReadInPartLeavesNodesThatTheNextOneReplacesNameByName) {

@@ -737,13 +737,24 @@ TEST_F(DebugTest, ShowsAStartTimeOfLettersIfThereIsNone) {
     });
 }
 
-TEST_F(DebugTest, KeepsItsCachesAndItsLockWithResetMembers) {
+TEST_F(DebugTest, GoesBackToItsFirstStateWithResetMembers) {
     host.File(std::string{kConfigDirectory} + "/a.ini", "[zorn]\nFileDebugLevel=3\n[EndOfFile]\n");
     host.Run([] {
         OpenDebug debug;
         debug.Init("zorn");
         EXPECT_TRUE(debug.ArmRingBuffer());
         debug.ResetMembers();
+        EXPECT_FALSE(debug.IsEnabled());
+        EXPECT_EQ(debug.m_TraceLevel, 0u);
+        EXPECT_EQ(debug.m_TraceTarget, 0u);
+        EXPECT_EQ(debug.m_FileDebugLevel, 0xFFFFFFFF);
+        EXPECT_EQ(debug.m_LogFile, nullptr);
+        EXPECT_EQ(debug.m_RingBase, nullptr);
+        EXPECT_EQ(debug.m_RingFd, -1);
+        EXPECT_EQ(debug.m_ProgramName, nullptr);
+        EXPECT_STREQ(debug.m_LogPath, "");
+        EXPECT_STREQ(debug.m_RingPath, "");
+        EXPECT_STREQ(debug.m_EndMark, "## TRACE-END ##\n");
         EXPECT_STREQ(debug.m_ProgramIni.pSection, "\nFileDebugLevel=3\n") << "the caches stay";
         EXPECT_EQ(debug.Init("zorn"), 1);
         EXPECT_EQ(debug.m_TraceLevel, 3u);
