@@ -81,6 +81,7 @@ void MarkupDocument::ClearPositions() {
     nodeType = nodeOffset = nodeLength = 0;
     nextUnused = 1;
     freeList = 0;
+    flags &= ~kMarkupChanged;
 }
 
 bool MarkupDocument::ParseDocument() {
@@ -92,7 +93,6 @@ bool MarkupDocument::ParseDocument() {
         positions->Grow(static_cast<int32_t>(document.size() / 64 + 8));
         ElementPosition& root = (*positions)[0];
         root = {};
-        flags &= ~kMarkupChanged;
         if (document.empty()) return true;
         TokenCursor cursor = CursorAt(0);
         const int32_t first = ParseElements(0, cursor);
@@ -297,6 +297,7 @@ int32_t MarkupDocument::FindNextNode(int32_t mask) {
         if (type == kNodeElement) {
             passed =
                 passed != 0 ? PositionOf(passed).nextSibling : PositionOf(mainParent).firstChild;
+            if (passed == 0) return 0;  // a tag within one whose length is cut
             cursor.next = PositionOf(passed).End();
         }
         if (type < 0 || (type & mask) == 0) continue;

@@ -116,7 +116,7 @@ int32_t MarkupParse::Run(TagScan scan) {
     const int32_t before = m_Edge.last;
     if (m_Parent != 0 || before != 0 || m_TakesFreed) m_Document.flags |= kMarkupChanged;
     scan(*this, static_cast<size_t>(m_Cursor.next));
-    EndUnended(m_Parent, static_cast<int64_t>(Text().size()));
+    EndUnended(m_Parent, static_cast<int64_t>(m_Document.document.size()));
     if (!m_TakesFreed) m_Document.nextUnused = m_Edge.next;
     if (m_Edge.last == before) return 0;
     const int32_t first = m_Positions[m_Parent].firstChild;

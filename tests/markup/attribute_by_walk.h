@@ -4,19 +4,22 @@
 #include <string_view>
 
 #include "markup/attribute_scan.h"
+#include "markup/name_compare.h"
 
 /// The first attribute called `name`, as a walk over all of them meets it.
 inline std::optional<AttributeText> AttributeByWalk(TokenCursor& cursor, std::string_view name) {
     AttributeText attribute;
     while (FindAttribute(cursor, nullptr, 0, &attribute)) {
-        if (attribute.name == name) return attribute;
+        if (IsSameName(attribute.name, name, (cursor.flags & kMarkupIgnoreCase) != 0))
+            return attribute;
     }
     return std::nullopt;
 }
 
 /// Whether a search by name from `begin` on finds the same, and leaves the cursor as the walk does.
-inline bool FindsAsAWalk(std::string_view text, std::string_view name, int32_t begin = 0) {
-    TokenCursor cursor{.next = begin, .text = text};
+inline bool FindsAsAWalk(std::string_view text, std::string_view name, int32_t begin = 0,
+                         uint32_t flags = 0) {
+    TokenCursor cursor{.next = begin, .text = text, .flags = flags};
     TokenCursor walked = cursor;
     AttributeText found;
     const auto wanted = AttributeByWalk(walked, name);

@@ -225,10 +225,10 @@ TEST(FindAttribute, DoesNotTakeTheEndOfTheNameForANul) {
 
 TEST(FindAttribute, FindsByNameWhatAWalkOverAllMeetsFirst) {
     constexpr std::string_view kPieces[] = {
-        "n",     "na",         "a",           "value", " ",        "\n",      "=", "\"",
-        "'",     "/",          ">",           "?",     " n=\"1\"", " na='2'", "[", " a=n ",
-        "=\"\"", " n=\"n n\"", " a='=\" n='", "=na",   " a=\"=\"", "\x80"};
-    constexpr std::string_view kNames[] = {"n", "na", "a", "value", "\x80", "x"};
+        "NA",    "n",     "na",         "a",           "value", " ",        "\n",      "=",
+        "\"",    "'",     "/",          ">",           "?",     " n=\"1\"", " na='2'", "[",
+        " a=n ", "=\"\"", " n=\"n n\"", " a='=\" n='", "=na",   " a=\"=\"", "\x80"};
+    constexpr std::string_view kNames[] = {"n", "N", "na", "nA", "a", "value", "\x80", "x"};
     std::mt19937 random{20261121};
     int found = 0;
     for (int i = 0; i < 100'000; ++i) {
@@ -240,6 +240,7 @@ TEST(FindAttribute, FindsByNameWhatAWalkOverAllMeetsFirst) {
             const auto begin = static_cast<int32_t>(random() % (text.size() / 2 + 1));
             ASSERT_TRUE(FindsAsAWalk(text, name)) << text << "|" << name;
             ASSERT_TRUE(FindsAsAWalk(text, name, begin)) << text << "|" << name << "|" << begin;
+            ASSERT_TRUE(FindsAsAWalk(text, name, begin, kMarkupIgnoreCase)) << text << "|" << name;
             found += ValueOf(text, name.data()).has_value();
         }
     }

@@ -70,6 +70,11 @@ TEST(EscapeText, EscapesWhatBeginsAndEndsMarkup) {
     EXPECT_EQ(EscapeText("<<>>", 0), "&lt;&lt;&gt;&gt;");
 }
 
+TEST(EscapeText, HasTheseFlags) {
+    EXPECT_EQ(kEscapeQuotes, 0x0100U);
+    EXPECT_EQ(kEscapeKeepReferences, 0x0008U);
+}
+
 TEST(EscapeText, EscapesQuotesOnlyWithTheFlag) {
     EXPECT_EQ(EscapeText("'\"<", 0), "'\"&lt;");
     EXPECT_EQ(EscapeText("'\"<&>", kEscapeQuotes), "&apos;&quot;&lt;&amp;&gt;");

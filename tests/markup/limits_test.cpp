@@ -85,6 +85,20 @@ TEST(Limits, WalksComeToAnEndWhereFieldsAreCut) {
     EXPECT_TRUE(document.FindSibling("/a/d"));
 }
 
+TEST(Limits, AWalkFindsNoElementInATagWhoseLengthIsCut) {
+    for (const size_t more : {0, 1, 9}) {
+        std::string tag = StartTag(4 * kMebibyte + more);
+        tag.replace(6, 3, "<y>");
+        MarkupDocument document{tag + "</a>"};
+        document.SetPositions(1, 0, 0);
+        int nodes = 0;
+        while (document.FindNextNode(255) != 0) {
+            ASSERT_NE(document.GetNodeType(), kNodeElement);
+            ASSERT_LT(++nodes, 10);
+        }
+    }
+}
+
 TEST(Limits, TheDepthOfAnElementIsCutAtSixteenBits) {
     std::string text;
     for (int depth = 1; depth <= 65'537; ++depth) text += "<a>";

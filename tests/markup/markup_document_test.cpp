@@ -164,6 +164,8 @@ TEST(MarkupDocument, HasTheseBitsForItsFlags) {
     EXPECT_EQ(kMarkupWriteMode, 0x0020U);
     EXPECT_EQ(kMarkupTrim, 0x0100U);
     EXPECT_EQ(kMarkupCollapse, 0x0200U);
+    EXPECT_EQ(kCursorQuoted, 0x8000U);
+    EXPECT_EQ(kTokenEmpty, 0x10000U);
 }
 
 TEST(MarkupDocument, MovesWithItsPositions) {

@@ -90,10 +90,17 @@ TEST_P(EachScan, GivesNoneAndLinksNothingWhereThereIsNoElement) {
 }
 
 TEST_P(EachScan, PutsWhatHasNoEndBehindTheElementsOfTheParent) {
-    MarkupDocument document{"<a><b/></a><c><d/>"};
+    MarkupDocument document{"<a><b/></a><c><d/>text"};
     EXPECT_EQ(ParseBelow(document, 1, 11, 18, GetParam()), 5);
     EXPECT_THAT(ChildrenOf(document, 1), ElementsAre(2, 5, 6));
     EXPECT_THAT(ChildrenOf(document, 5), IsEmpty());
+    // It has no end by the end of the document, as told at the first time.
+    const std::string record = "<unended_start_tag tagname=\"c\" offset=\"11\" offset2=\"22\"/>";
+    EXPECT_EQ(document.Result(), record + "<root_has_sibling/>" + record);
+    EXPECT_NE(document.GetDocumentFlags() & kMarkupChanged, 0U);
+    EXPECT_EQ(document.PositionOf(6).levelFlags & kElementDepth, 3U) << "that of its start tag";
+    document.SetDocumentText(nullptr);
+    EXPECT_EQ(document.GetDocumentFlags(), 0U);
 }
 
 TEST_P(EachScan, DoesNotEndTheParentByAnEndTag) {

@@ -3,6 +3,8 @@
 
 #include "markup/parse.h"
 
+#include <cerrno>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "markup/markup_document.h"
 #include "markup/result_records.h"
 #include "support/every_prefix.h"
+#include "support/libc_fault.h"
 #include "support/processor_time.h"
 #include "support/repeated.h"
 #include "support/sanitizers.h"
@@ -355,6 +358,28 @@ TEST(ParseDocument, LimitsTheRecordsOfUnendedElementsAndOfFaultsToo) {
     EXPECT_LT(MarkupDocument{Repeated("<a>", 1000)}.Result().size(), 2 * kResultLimit);
     EXPECT_LT(MarkupDocument{Repeated("<1>", 1000)}.Result().size(), 2 * kResultLimit);
     EXPECT_GE(MarkupDocument{Repeated("<1>", 1000)}.Result().size(), kResultLimit);
+}
+
+TEST(ParseDocument, LeavesAnEmptyDocumentWhenThereIsNoMemory) {
+    if (!LibcFault::kHeapFaults) GTEST_SKIP() << LibcFault::kNoHeapFaults;
+    const std::string text = Repeated("<a/>", 1000);
+    for (const int first : {0, 1}) {
+        MarkupDocument document{"<b/>"};
+        ASSERT_TRUE(document.FindSibling());
+        document.SavePosition("b");
+        {
+            FaultOf<&::realloc> memory;
+            memory.PassThrough(first);
+            memory.Fail(ENOMEM);
+            EXPECT_THROW(document.SetDocumentText(text), std::bad_alloc);
+        }
+        EXPECT_EQ(document.GetDocumentText(), "");
+        EXPECT_EQ(document.GetElementCount(), 0);
+        EXPECT_FALSE(document.FindSibling());
+        EXPECT_FALSE(document.RestorePosition("b"));
+        EXPECT_TRUE(document.SetDocumentText(text)) << "now there is";
+        EXPECT_EQ(document.GetElementCount(), 1000);
+    }
 }
 
 TEST(ParseDocument, ForgetsTheResultOfTheParseBefore) {

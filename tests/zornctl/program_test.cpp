@@ -80,7 +80,9 @@ TEST(Program, EndsWith1WhereTheFileIsMissing) {
     FakeHost host;
     const auto run = RunZornctl(host, {"log", "/nowhere/log"});
     EXPECT_EQ(run.end, Exited(1));
-    EXPECT_EQ(run.error, "zornctl: /nowhere/log: No such file or directory (look at the name)\n");
+    EXPECT_EQ(run.error,
+              "zornctl: /nowhere/log: No such file or directory (look at the name; zornctl "
+              "check-config tells where the service writes)\n");
     EXPECT_EQ(RunZornctl(host, {"log", "-f", "/nowhere/log"}).end, Exited(1));
     EXPECT_EQ(RunZornctl(host, {"ring", "/nowhere"}).end, Exited(1));
 }

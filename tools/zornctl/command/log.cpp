@@ -33,7 +33,7 @@ std::string IdentityOf(const std::vector<TraceEntry>& entries) {
 
 std::unique_ptr<TraceLook> ReadLog(const std::string& path) {
     auto look = std::make_unique<TraceLook>();
-    look->file = ReadWholeFile(path, kLargestLog);
+    look->file = ReadTraceFile(path, kLargestLog);
     look->entries = SplitEntries(OrderLog(look->file).pieces);
     look->identity = IdentityOf(look->entries);
     return look;

@@ -62,7 +62,7 @@ class RingFile {
     }
 
     [[nodiscard]] std::string ReadText() {
-        auto text = ReadWholeFile(m_Path, kLargestRing);
+        auto text = ReadTraceFile(m_Path, kLargestRing);
         m_IsCompressed = IsCompressed(text);
         if (!m_IsCompressed) return text;
         if (!m_Follows) return Uncompress(m_Path, kLargestRing);

@@ -11,6 +11,7 @@
 
 #include "zornctl/output/escape.h"
 #include "zornctl/system/file_watch.h"
+#include "zornctl/system/whole_file.h"
 
 namespace zornctl {
 
@@ -181,6 +182,17 @@ Unseen FindUnseen(const TraceLook& look, const std::optional<SeenMark>& seen) {
         return entry.part == TracePart::kOlder || entry.part == TracePart::kNewest;
     });
     return {Unseen::Kind::kLost, static_cast<size_t>(passes - entries.begin())};
+}
+
+std::string ReadTraceFile(const std::string& path, size_t limit) {
+    try {
+        return ReadWholeFile(path, limit);
+    } catch (Failure& failure) {
+        if (failure.status == ExitStatus::kNotFound) {
+            failure.remedy += "; zornctl check-config tells where the service writes";
+        }
+        throw;
+    }
 }
 
 ExitStatus ShowTrace(const TraceSource& source, const Arguments& arguments, Output& output) {

@@ -59,6 +59,9 @@ struct Unseen {
 /// Compares a look with what was seen before. Pure.
 [[nodiscard]] Unseen FindUnseen(const TraceLook& look, const std::optional<SeenMark>& seen);
 
+/// The whole of a log or ring file. Throws `Failure`.
+[[nodiscard]] std::string ReadTraceFile(const std::string& path, size_t limit);
+
 /// How a subcommand looks at its file.
 struct TraceSource {
     std::string path;
